@@ -1,0 +1,17 @@
+# Flags of everything built here. Results must not depend on the target: no fused multiply-add and no
+# reassociation of floats, in plain and in vector code alike.
+add_library(tqcam_flags INTERFACE)
+target_compile_options(tqcam_flags INTERFACE -ffp-contract=off -Wall -Wextra -Wshadow -Wvla
+  $<$<COMPILE_LANGUAGE:CXX>:-Wnon-virtual-dtor>)
+if(TQCAM_SANITIZE)
+  add_compile_options(-fsanitize=${TQCAM_SANITIZE} -fno-omit-frame-pointer)
+  if(TQCAM_SANITIZE MATCHES "undefined")
+    add_compile_options(-fno-sanitize-recover=undefined)
+  endif()
+  add_link_options(-fsanitize=${TQCAM_SANITIZE})
+endif()
+if(TQCAM_BUILD_FUZZ)
+  # The libraries need the coverage hooks; the targets themselves add the fuzzer's main.
+  add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
+  add_link_options(-fsanitize=address,undefined)
+endif()
