@@ -57,7 +57,8 @@ TQCAM_API tq_log_t *tq_log_init(tq_log_t *log, const char *fname, const char *ta
 /* Closes the file and clears the instance; what is logged afterwards is ignored. */
 TQCAM_API void tq_log_uninit(tq_log_t *log);
 
-/* Sets threshold and flush of a sink. Returns 1; 0 when the sink has no file to write to or does not exist. */
+/* Sets threshold and flush of a sink. Returns 1; 0 when the sink has no file to write to or does not exist.
+ */
 TQCAM_API int tq_log_cfg(tq_log_t *log, int sink, uint32_t level, uint8_t flush);
 
 /* Keeps the log file near size bytes: once past it, the file moves to rotate_name, replacing what was there,
@@ -70,7 +71,8 @@ TQCAM_API void tq_log_reload(tq_log_t *log, int truncate);
 
 /* Writes one line: prefix and text; no newline is added. tag NULL takes the instance's. A line below both
  * thresholds costs two comparisons. */
-TQCAM_API void tq_log(tq_log_t *log, uint32_t level, const char *tag, const char *fmt, ...) TQCAM_PRINTF(4, 5);
+TQCAM_API void tq_log(tq_log_t *log, uint32_t level, const char *tag, const char *fmt, ...)
+    TQCAM_PRINTF(4, 5);
 
 /* The same without a prefix. */
 TQCAM_API void tq_log_raw(tq_log_t *log, uint32_t level, const char *fmt, ...) TQCAM_PRINTF(3, 4);

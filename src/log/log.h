@@ -12,10 +12,10 @@ inline bool log_passes(uint32_t level)
 }
 
 // The text begins with "[%s]", for the function's name, which is given here and not by the caller.
-#define LOG_AS(level, tag, name, fmt, ...)                                                                        \
-    do {                                                                                                          \
-        if (log_passes(level))                                                                                    \
-            tq_log(nullptr, level, tag, fmt, name __VA_OPT__(, ) __VA_ARGS__);                                    \
+#define LOG_AS(level, tag, name, fmt, ...)                                                                   \
+    do {                                                                                                     \
+        if (log_passes(level))                                                                               \
+            tq_log(nullptr, level, tag, fmt, name __VA_OPT__(, ) __VA_ARGS__);                               \
     } while (0)
 
 #define LOG_TRACE(fmt, ...) LOG_AS(0, "TRC", __func__, fmt __VA_OPT__(, ) __VA_ARGS__)

@@ -4,8 +4,7 @@
 
 #include <string>
 
-class LogCapture
-{
+class LogCapture {
   public:
     LogCapture();
     ~LogCapture();

@@ -5,8 +5,7 @@
 #include <string>
 #include <unistd.h>
 
-class TempDir
-{
+class TempDir {
   public:
     TempDir()
     {
