@@ -5,10 +5,23 @@
 
 #include "tq_log.h"
 
+// Thresholds may be set while other threads log; a line meets the old threshold or the new one. The words are
+// plain in the public C structure, so that they are read and written through these.
+inline uint32_t log_level(const tq_log_t *log, int sink)
+{
+    return __atomic_load_n(&log->level[sink], __ATOMIC_RELAXED);
+}
+
+inline bool log_ready(const tq_log_t *log)
+{
+    return __atomic_load_n(&log->ready, __ATOMIC_RELAXED) != 0;
+}
+
 inline bool log_passes(uint32_t level)
 {
     const tq_log_t *log = tq_log_default();
-    return log->ready && (log->level[TQ_LOG_CONSOLE] <= level || log->level[TQ_LOG_FILE] <= level);
+    return log_ready(log) &&
+           (log_level(log, TQ_LOG_CONSOLE) <= level || log_level(log, TQ_LOG_FILE) <= level);
 }
 
 // The text begins with "[%s]", for the function's name, which is given here and not by the caller.
