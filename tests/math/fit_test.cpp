@@ -1,0 +1,217 @@
+#include <algorithm>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <string>
+#include <vector>
+
+#include "tq_math.h"
+
+using vec = std::vector<float>;
+
+TEST(LineFit, RecoversLines)
+{
+    const std::vector<uint16_t> xu{10, 20, 65535, 40000}, yu{25, 45, 0, 0};
+    float s = 0, o = 0, r = 0;
+    tq_math_linear_LSR_u16(xu.data(), yu.data(), 2, &s, &o, &r);
+    EXPECT_FLOAT_EQ(s, 2);
+    EXPECT_FLOAT_EQ(o, 5);
+    EXPECT_FLOAT_EQ(r, 1);
+    const vec x{-1, 0, 1, 2}, y{5, 3, 1, -1};
+    tq_math_linear_LSR_f32(x.data(), y.data(), 4, &s, &o, &r);
+    EXPECT_FLOAT_EQ(s, -2);
+    EXPECT_FLOAT_EQ(o, 3);
+    EXPECT_FLOAT_EQ(r, 1);
+    tq_math_linear_LSR_f32(x.data(), y.data(), 4, &s, &o, nullptr); // r is optional
+}
+
+TEST(LineFit, SaysNanWhereThereIsNoLine)
+{
+    const vec same{3, 3, 3}, y{1, 2, 4};
+    const std::vector<uint16_t> xu{1};
+    for (int n : {0, -1, 3}) {
+        float s = 0, o = 0, r = 0;
+        tq_math_linear_LSR_f32(same.data(), y.data(), n, &s, &o, &r);
+        EXPECT_FALSE(std::isfinite(s) || std::isfinite(o) || std::isfinite(r)) << n;
+        tq_math_linear_LSR_u16(xu.data(), xu.data(), n > 0 ? 1 : n, &s, &o, &r);
+        EXPECT_TRUE(std::isnan(s) && std::isnan(o) && std::isnan(r)) << n;
+    }
+    float s = 0, o = 0, r = 0;
+    tq_math_linear_LSR_f32(y.data(), same.data(), 3, &s, &o, &r);
+    EXPECT_TRUE(std::isnan(r)); // a constant y has nothing to explain
+}
+
+// Expected bits from the same rule in another language: products rounded to f32, sums and quotient in f64.
+TEST(LineFit, RoundsProductsToF32)
+{
+    const vec x{1234.567f, 2345.678f, 3456.789f, 4567.891f, 5678.912f};
+    const vec y{1200.125f, 2333.25f, 3401.5f, 4600.75f, 5601.0625f};
+    float s = 0, o = 0, r = 0;
+    tq_math_linear_LSR_f32(x.data(), y.data(), 5, &s, &o, &r);
+    EXPECT_EQ(s, 0x1.fe16260000000p-1f);
+    EXPECT_EQ(o, -0x1.082d600000000p+4f);
+    EXPECT_EQ(r, 0x1.ffb4ca0000000p-1f);
+}
+
+TEST(MultipleFit, RecoversPlanesAndZeroesEmptyColumns)
+{
+    const int n = 12;
+    vec x(3 * n), y(n), w(n, 1);
+    std::vector<uint16_t> xu(2 * n), yu(n);
+    for (int i = 0; i < n; i++) {
+        x[i] = static_cast<float>(i);
+        x[n + i] = static_cast<float>(i * i % 7);
+        y[i] = 4 - 2 * x[i] + 0.5f * x[n + i];
+        xu[i] = static_cast<uint16_t>(x[i]);
+        xu[n + i] = static_cast<uint16_t>(x[n + i]);
+        yu[i] = static_cast<uint16_t>(4 + 2 * xu[i] + 3 * xu[n + i]);
+    }
+    float c[4] = {9, 9, 9, 9}, r = 0;
+    tq_math_multiple_linear_fit_f32(x.data(), y.data(), nullptr, n, c, 4, &r); // the third feature is all 0
+    EXPECT_NEAR(c[0], 4, 1e-5);
+    EXPECT_NEAR(c[1], -2, 1e-5);
+    EXPECT_NEAR(c[2], 0.5, 1e-5);
+    EXPECT_EQ(c[3], 0);
+    EXPECT_NEAR(r, 1, 1e-6);
+    tq_math_multiple_linear_fit_u16(xu.data(), yu.data(), nullptr, n, c, 3, nullptr);
+    EXPECT_NEAR(c[0], 4, 1e-5);
+    EXPECT_NEAR(c[1], 2, 1e-5);
+    EXPECT_NEAR(c[2], 3, 1e-5);
+
+    // A sample without weight has no say, neither in the fit nor in r.
+    y[5] = 1000;
+    w[5] = 0;
+    tq_math_multiple_linear_fit_f32(x.data(), y.data(), w.data(), n, c, 3, &r);
+    EXPECT_NEAR(c[1], -2, 1e-5);
+    EXPECT_NEAR(r, 1, 1e-6);
+
+    float untouched = 7;
+    tq_math_multiple_linear_fit_f32(x.data(), y.data(), nullptr, n, &untouched, 1, nullptr);
+    tq_math_multiple_linear_fit_f32(nullptr, y.data(), nullptr, n, &untouched, 2, nullptr);
+    EXPECT_EQ(untouched, 7);
+}
+
+TEST(MultipleFit, FitsPowers)
+{
+    const std::vector<uint16_t> x{0, 1, 2, 3, 4, 5}, y{1, 6, 17, 34, 57, 86}; // 1 + 2 x + 3 x^2
+    float c[3] = {}, r = 0;
+    tq_math_polynomial_LSR_u16(x.data(), y.data(), nullptr, 6, c, 3, &r);
+    EXPECT_NEAR(c[0], 1, 1e-4);
+    EXPECT_NEAR(c[1], 2, 1e-4);
+    EXPECT_NEAR(c[2], 3, 1e-4);
+    tq_math_polynomial_LSR_u16(x.data(), x.data(), nullptr, 6, c, 1, nullptr);
+    EXPECT_NEAR(c[0], 2.5, 1e-6); // power 0 alone is the mean
+}
+
+static vec _line(int n, std::vector<int> wrong)
+{
+    vec y(n);
+    for (int i = 0; i < n; i++)
+        y[i] = 10 + 3 * static_cast<float>(i);
+    float by = 400;
+    for (int i : wrong)
+        y[i] += by *= -1.5f;
+    return y;
+}
+
+TEST(OutlierFit, DropsOneShareAPassAndReportsAllButTheLast)
+{
+    struct {
+        int n;
+        float ratio;
+        std::vector<int> wrong;
+        int max_iter, reported;
+        bool exact; // the line comes out
+    } cases[] = {
+        {20, 0.03f, {}, 10, 0, true},          // the first fit is good: nothing goes
+        {20, 0.03f, {7}, 10, 0, true},         // one a pass at least, and the last pass isn't reported
+        {40, 0.03f, {5, 20, 33}, 10, 2, true}, // 1.2 is one a pass
+        {40, 0.08f, {5, 20, 33}, 10, 0, true}, // 3.2 is three a pass
+        {40, 0.03f, {5, 20, 33}, 3, 2, false}, // three passes fit with one outlier still there
+        {40, 0.03f, {5, 20, 33}, 0, 0, false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(testing::Message() << c.n << " " << c.ratio << " " << c.max_iter);
+        vec x(c.n);
+        for (int i = 0; i < c.n; i++)
+            x[i] = static_cast<float>(i);
+        const vec y = _line(c.n, c.wrong);
+        float coef[2] = {}, r = 0;
+        int32_t idx[40], count = 40;
+        tq_math_multiple_linear_fit_outlier_remove_f32(x.data(), y.data(), nullptr, c.n, coef, 2, &r, idx,
+                                                       &count, c.max_iter, c.ratio, 0.999f);
+        EXPECT_EQ(std::abs(coef[1] - 3) < 1e-3, c.exact) << coef[1];
+        EXPECT_EQ(count, c.reported);
+        for (int i = 0; i < count; i++)
+            EXPECT_NE(std::find(c.wrong.begin(), c.wrong.end(), idx[i]), c.wrong.end()) << idx[i];
+    }
+}
+
+TEST(OutlierFit, TakesBackARemovalThatDidHarm)
+{
+    // A cloud without direction and one far sample that makes a line of it: without that sample r drops.
+    const vec x{0, 1, 2, 3, 4, 100}, y{1, -3, 4, -2, 2, 80};
+    float all[2], kept[2] = {}, r_all = 0, r = 0;
+    tq_math_multiple_linear_fit_f32(x.data(), y.data(), nullptr, 6, all, 2, &r_all);
+    ASSERT_LT(r_all, 0.999f);
+    int32_t count = 0;
+    tq_math_multiple_linear_fit_outlier_remove_f32(x.data(), y.data(), nullptr, 6, kept, 2, &r, nullptr,
+                                                   &count, 10, 0.03f, 0.999f);
+    EXPECT_EQ(kept[0], all[0]);
+    EXPECT_EQ(kept[1], all[1]);
+    EXPECT_EQ(r, r_all);
+    EXPECT_EQ(count, 0);
+}
+
+TEST(OutlierFit, SurvivesWhatMakesNoSense)
+{
+    const vec x{1, 2, NAN, 4, 5, 6}, y{2, 4, 6, INFINITY, 10, 3};
+    for (float ratio : {-1.0f, 0.5f, 9e9f, NAN}) {
+        float coef[2] = {}, r = 0;
+        int32_t idx[1], count = 1; // room for fewer than are found
+        tq_math_multiple_linear_fit_outlier_remove_f32(x.data(), y.data(), nullptr, 6, coef, 2, &r, idx,
+                                                       &count, 10, ratio, 0.999f);
+        EXPECT_FALSE(std::isfinite(coef[1]));
+        EXPECT_GE(count, 0);
+    }
+    testing::internal::CaptureStdout();
+    tq_math_multiple_linear_fit_outlier_remove_f32(x.data(), y.data(), nullptr, 1, nullptr, 2, nullptr,
+                                                   nullptr, nullptr, 10, 0.03f, 0.999f);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(),
+              " tq_math_multiple_linear_fit_outlier_remove_f32 parameter error");
+}
+
+TEST(Mahalanobis, CountsDeviationsSquared)
+{
+    const vec y{1, 2, 3, 4, 10}; // mean 4, variance 12.5
+    float d[5];
+    tq_mach_maha_dist_vec2avg_f32(nullptr, y.data(), 5, 0, d);
+    for (int i = 0; i < 5; i++)
+        EXPECT_NEAR(d[i], (y[i] - 4) * (y[i] - 4) / 12.5f, 1e-5);
+    // Neither scale nor correlation of the columns counts, and all distances add up to (n - 1) * columns.
+    const vec x{3, 1, 4, 1, 5};
+    vec mixed(5);
+    float d2[5], sum = 0;
+    for (int i = 0; i < 5; i++)
+        mixed[i] = 1000 * x[i] - 70 * y[i];
+    tq_mach_maha_dist_vec2avg_f32(x.data(), y.data(), 5, 1, d);
+    tq_mach_maha_dist_vec2avg_f32(mixed.data(), y.data(), 5, 1, d2);
+    for (int i = 0; i < 5; i++) {
+        EXPECT_NEAR(d[i], d2[i], 1e-4);
+        sum += d[i];
+    }
+    EXPECT_NEAR(sum, 8, 1e-4);
+}
+
+TEST(Median, TakesTheUpperMiddle)
+{
+    struct {
+        std::vector<int16_t> v;
+        int n;
+        uint16_t median;
+    } cases[] = {
+        {{3, 1, 2, 4}, 4, 3},    {{5}, 1, 5}, {{}, 0, 0}, {{7, 7, 1}, 3, 7}, {{-5, -1, 2}, 3, 65535},
+        {{2, 9, 4}, 256 + 3, 4}, // n is taken as 8 bits
+    };
+    for (const auto &c : cases)
+        EXPECT_EQ(tq_math_get_median_i16(c.v.data(), c.n), c.median);
+}
