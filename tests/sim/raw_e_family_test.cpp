@@ -1,0 +1,250 @@
+// Raw frames of the E family, read back by a decoder of this file's own: sample pairs to an angle, the angle
+// to a distance. It follows the sensor's rules and shares nothing with the simulator or the library.
+#include "frame_source.h"
+
+#include <algorithm>
+#include <cmath>
+#include <gtest/gtest.h>
+#include <string>
+
+namespace {
+
+typedef struct decoded_t {
+    std::vector<double> mm, amp; // by image row; mm -1: not measured
+} decoded_t;
+
+decoded_t decode(const sim_frame_t &f, int shift, bool from_middle, double range)
+{
+    const uint32_t w = f.width, h = f.height;
+    const auto sample = [&](uint32_t plane, uint32_t row, uint32_t x) {
+        const size_t at = 2 * ((static_cast<size_t>(plane) * h + row) * w + x);
+        return (f.data[at] | f.data[at + 1] << 8) >> shift;
+    };
+    decoded_t out = {std::vector<double>(w * h, -1), std::vector<double>(w * h, 0)};
+    for (uint32_t r = 0; r < h; r++) {
+        const uint32_t image_row = !from_middle ? r : r % 2 == 0 ? h / 2 - 1 - r / 2 : h / 2 + r / 2;
+        for (uint32_t x = 0; x < w; x++) {
+            double i, q;
+            bool valid = true;
+            if (f.format == 2) {
+                i = sample(2, r, x) - sample(0, r, x);
+                q = sample(3, r, x) - sample(1, r, x);
+                for (uint32_t p = 0; p < 4; p++)
+                    valid = valid && sample(p, r, x) >= 2 && sample(p, r, x) <= 4093;
+            } else { // I in the first two of four rows, Q in the others
+                const uint32_t ri = r % 4 < 2 ? r : r - 2, rq = ri + 2;
+                i = f.format == 1 ? sample(1, ri, x) - sample(0, ri, x) : 2048 - sample(0, ri, x);
+                q = f.format == 1 ? sample(1, rq, x) - sample(0, rq, x) : 2048 - sample(0, rq, x);
+            }
+            if (!valid)
+                continue;
+            const double turns = std::atan2(q, i) / (2 * M_PI) + 0.5;
+            out.mm[image_row * w + x] = (turns - std::floor(turns)) * range;
+            out.amp[image_row * w + x] = std::hypot(i, q) / 2;
+        }
+    }
+    return out;
+}
+
+typedef struct errors_t {
+    double median, bias, worst;
+    size_t n;
+} errors_t;
+
+// Errors of the measured pixels against the truth, around the range.
+errors_t errors(const decoded_t &d, const sim_frame_t &f, double range)
+{
+    std::vector<double> abs;
+    double sum = 0;
+    for (size_t i = 0; i < d.mm.size(); i++) {
+        if (d.mm[i] < 0)
+            continue;
+        const double e = std::remainder(d.mm[i] - f.truth_mm[i], range);
+        sum += e;
+        abs.push_back(std::fabs(e));
+    }
+    std::sort(abs.begin(), abs.end());
+    const size_t n = abs.size();
+    return n == 0 ? errors_t{} : errors_t{abs[n / 2], sum / static_cast<double>(n), abs[n - 1], n};
+}
+
+sim_config_t ideal(const char *camera, sim_scene_kind_t scene, double mm)
+{
+    sim_config_t cfg = sim_config_default(sim_camera_find(camera));
+    cfg.scene = sim_scene_make(scene);
+    cfg.scene.distance_mm = mm;
+    cfg.defects = sim_defects_none();
+    return cfg;
+}
+
+} // namespace
+
+TEST(RawE, IdealScenesDecodeToTheirDistance)
+{
+    const struct {
+        const char *camera;
+        uint32_t format, freq;
+        sim_scene_kind_t scene;
+        double mm, worst;
+    } cases[] = {
+        {"E1", 2, 12000000, SIM_SCENE_WALL, 500, 3},   {"E1", 2, 12000000, SIM_SCENE_WALL, 8000, 3},
+        {"E1", 2, 12000000, SIM_SCENE_RAMP, 12491, 3}, {"E3", 2, 24000000, SIM_SCENE_DOME, 5000, 2},
+        {"E5", 2, 12000000, SIM_SCENE_RAMP, 12491, 3}, {"E5", 2, 12000000, SIM_SCENE_WALL, 4000, 3},
+        {"E2", 1, 12000000, SIM_SCENE_RAMP, 12491, 3}, {"E2", 4, 12000000, SIM_SCENE_RAMP, 12491, 5},
+        {"E1", 10, 12000000, SIM_SCENE_DOME, 3000, 5},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(std::string(c.camera) + " format " + std::to_string(c.format));
+        sim_config_t cfg = ideal(c.camera, c.scene, c.mm);
+        cfg.format = c.format;
+        cfg.freq0 = c.freq;
+        ASSERT_EQ(sim_config_check(cfg), "");
+        const auto source = sim_source_live(cfg);
+        sim_frame_t f;
+        ASSERT_TRUE(source->next(source->self, &f));
+        ASSERT_EQ(f.data.size(), size_t{2} * sim_raw_e_planes(c.format) * f.width * f.height);
+        const bool small = cfg.camera->height == 60;
+        const decoded_t d = decode(f, small ? 4 : 0, !small, sim_range_mm(c.freq));
+        const errors_t e = errors(d, f, sim_range_mm(c.freq));
+        EXPECT_EQ(e.n, f.truth_mm.size());
+        EXPECT_LT(e.worst, c.worst);
+        EXPECT_LT(std::fabs(e.bias), 1);
+        EXPECT_NEAR(d.amp[0], c.format == 4 || c.format == 10 ? 500 : 1000, 2);
+        EXPECT_NEAR(f.truth_mm[f.width / 2 + f.width * (f.height / 2)],
+                    c.scene == SIM_SCENE_RAMP ? c.mm / 2 : c.mm, c.mm / 100);
+    }
+}
+
+TEST(RawE, TwoIntegrationTimesChangeByRowPairs)
+{
+    sim_config_t cfg = ideal("E1", SIM_SCENE_DOME, 2000);
+    cfg.defects.fixed_amp = 1600;
+    cfg.intg2_us = cfg.intg_us / 4;
+    const auto source = sim_source_live(cfg);
+    sim_frame_t f;
+    ASSERT_TRUE(source->next(source->self, &f));
+    const decoded_t d = decode(f, 0, false, 12491); // rows as they leave the sensor
+    for (uint32_t r = 0; r < f.height; r++)
+        EXPECT_NEAR(d.amp[r * f.width], r % 4 < 2 ? 1600 : 400, 2) << r;
+}
+
+TEST(RawE, EachDefectShowsByItself)
+{
+    const auto run = [](void (*change)(sim_config_t *)) {
+        sim_config_t cfg = ideal("E1", SIM_SCENE_WALL, 2000);
+        change(&cfg);
+        EXPECT_EQ(sim_config_check(cfg), "");
+        const auto source = sim_source_live(cfg);
+        sim_frame_t f;
+        source->next(source->self, &f);
+        return errors(decode(f, 0, true, 12491), f, 12491);
+    };
+    errors_t e = run([](sim_config_t *c) { c->defects.offset_mm = 100; });
+    EXPECT_NEAR(e.bias, 100, 0.5);
+    e = run([](sim_config_t *c) { c->defects.offset_spread_mm = 30; });
+    EXPECT_NEAR(e.median, 0.6745 * 30, 1); // median of |x| of a normal distribution
+    e = run([](sim_config_t *c) { c->defects.slope_spread = 0.01; });
+    EXPECT_NEAR(e.median, 0.6745 * 0.01 * 2250, 2);
+    e = run([](sim_config_t *c) {
+        c->defects.periodic = 0.01;
+        c->scene = sim_scene_make(SIM_SCENE_RAMP);
+    });
+    EXPECT_NEAR(e.worst, 125, 3);
+    e = run([](sim_config_t *c) {
+        c->defects.drift = 1;
+        c->temp_cb += 100;
+        c->fps = 10;
+    });
+    EXPECT_NEAR(e.bias, 137.8, 0.5);
+    e = run([](sim_config_t *c) { c->defects.dead_share = 0.03; });
+    EXPECT_NEAR(static_cast<double>(e.n), 76800 * 0.98, 300); // two of three kinds are out of bounds
+    e = run([](sim_config_t *c) {
+        c->defects.read = 2;
+        c->defects.shot = 0.01;
+        c->defects.ambient = 200;
+    });
+    // sigma of the sample, over sqrt(2) times the amplitude, in turns of the range
+    EXPECT_NEAR(e.median, 0.6745 * std::sqrt(4 + 0.01 * 1800) / std::sqrt(2) / 1000 / (2 * M_PI) * 12491,
+                0.3);
+    e = run([](sim_config_t *c) {
+        c->defects.saturation = 1;
+        c->defects.fixed_amp = 3000;
+    });
+    EXPECT_EQ(e.n, 0u);
+    e = run([](sim_config_t *c) {
+        c->defects.falloff = 1;
+        c->defects.read = 2;
+    });
+    EXPECT_GT(e.median, 3);
+}
+
+TEST(RawE, EdgesMixWhatTheySee)
+{
+    sim_config_t cfg = ideal("E1", SIM_SCENE_ROOM, 2800);
+    size_t between[2];
+    for (int flying = 0; flying < 2; flying++) {
+        cfg.defects.flying = flying;
+        const auto source = sim_source_live(cfg);
+        sim_frame_t f;
+        source->next(source->self, &f);
+        const decoded_t d = decode(f, 0, true, 12491);
+        between[flying] = 0;
+        for (size_t i = 0; i < d.mm.size(); i++)
+            between[flying] += std::fabs(std::remainder(d.mm[i] - f.truth_mm[i], 12491)) > 100;
+    }
+    EXPECT_EQ(between[0], 0u);
+    EXPECT_GT(between[1], 200u);
+    EXPECT_LT(between[1], 2000u);
+}
+
+// The same bits everywhere: frames of a seed are compared between machines and releases.
+TEST(RawE, FramesFollowFromTheSeed)
+{
+    const auto hash = [](uint64_t seed, int frame) {
+        sim_config_t cfg = sim_config_default(sim_camera_find("E1"));
+        cfg.defects = sim_defects_all(cfg.camera);
+        cfg.warmup_deg = 20;
+        cfg.seed = seed;
+        const auto source = sim_source_live(cfg);
+        sim_frame_t f;
+        for (int i = 0; i <= frame; i++)
+            source->next(source->self, &f);
+        uint64_t h = 14695981039346656037u;
+        for (const uint8_t byte : f.data)
+            h = (h ^ byte) * 1099511628211u;
+        return h;
+    };
+    EXPECT_EQ(hash(7, 3), 3821600351045181199u);
+    EXPECT_NE(hash(7, 3), hash(7, 2));
+    EXPECT_NE(hash(7, 3), hash(8, 3));
+}
+
+TEST(RawE, RefusesWhatCannotBe)
+{
+    const struct {
+        void (*change)(sim_config_t *);
+        const char *word;
+    } cases[] = {
+        {[](sim_config_t *c) { c->format = 17; }, "format 17"},
+        {[](sim_config_t *c) { c->freq0 = 0; }, "frequency"},
+        {[](sim_config_t *c) { c->freq1 = 40000000; }, "one modulation frequency"},
+        {[](sim_config_t *c) { c->fps = 0; }, "frame rate"},
+        {[](sim_config_t *c) { c->intg_us = 0; }, "integration"},
+        {[](sim_config_t *c) { c->format = 4, c->intg2_us = 100; }, "second integration"},
+        {[](sim_config_t *c) { c->scene.distance_mm = NAN; }, "distance"},
+    };
+    for (const auto &c : cases) {
+        sim_config_t cfg = sim_config_default(sim_camera_find("E1"));
+        EXPECT_EQ(sim_config_check(cfg), "");
+        c.change(&cfg);
+        EXPECT_NE(sim_config_check(cfg).find(c.word), std::string::npos) << sim_config_check(cfg);
+    }
+}
+
+TEST(RawE, TimeOfDayIsPackedForTheHeader)
+{
+    sim_frame_t f = {};
+    f.time_of_day_sec = 13 * 3600 + 59 * 60 + 7;
+    f.time_usec = 64 * 15624;
+    EXPECT_EQ(sim_frame_time_word(f), 13u | 59u << 5 | 7u << 11 | 15624u << 17);
+}
