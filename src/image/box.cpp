@@ -1,0 +1,18 @@
+#include "tq_filter.h"
+
+#include "image/smooth_kernels.h"
+#include "image/window.h"
+
+void tq_box2d_u16_k3(uint16_t *dst, const uint16_t *src, int w, int h)
+{
+    if (!dst || !src || !window_size_ok(__func__, w, h))
+        return;
+    box2d_u16_k3_plain(dst, src, w, h);
+}
+
+void tq_box2d_u32_k3(uint32_t *dst, const uint32_t *src, int w, int h)
+{
+    if (!dst || !src || !window_size_ok(__func__, w, h))
+        return;
+    box2d_u32_k3_plain(dst, src, w, h);
+}
