@@ -8,8 +8,8 @@
  * coefficients) come out as NaN or infinite values, which the caller tests for.
  *
  * All functions are pure but for the two printers and may run on any thread. Memory stays the caller's; only
- * the multiple fits and the distances allocate, and give it back before they return. Out of memory ends the
- * process with status -3. */
+ * the multiple fits and the distances allocate, and give it back before they return. Running out of
+ * memory ends the process. */
 #ifndef TQ_MATH_H
 #define TQ_MATH_H
 
@@ -49,8 +49,8 @@ TQCAM_API void tq_math_linear_LSR_f32(const float *x, const float *y, int n, flo
  * k     number of coefficients, the intercept counted
  * r     the r value, or NULL; its total is taken round the plain mean of y, with or without weights
  *
- * Without x, y or coef, with n below 1, or with k below 2, nothing happens. A feature that is 0 in all
- * samples gets the coefficient 0. */
+ * Without x, y or coef, or with k below 2, nothing happens. A feature that is 0 in all samples gets the
+ * coefficient 0; without any sample all coefficients are 0 and r is NaN. */
 TQCAM_API void tq_math_multiple_linear_fit_f32(const float *x, const float *y, const float *w, int n,
                                                float *coef, int k, float *r);
 TQCAM_API void tq_math_multiple_linear_fit_u16(const uint16_t *x, const uint16_t *y, const float *w, int n,
