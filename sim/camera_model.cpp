@@ -28,7 +28,8 @@ constexpr sim_camera_row_t ROWS[] = {
      1600,
      150,
      30,
-     DRIFT_E},
+     DRIFT_E,
+     0},
     {"E2",
      "TQSIM-E2-320X240",
      SIM_FAMILY_E,
@@ -46,7 +47,8 @@ constexpr sim_camera_row_t ROWS[] = {
      2000,
      120,
      30,
-     DRIFT_E},
+     DRIFT_E,
+     0},
     {"E3",
      "TQSIM-E3-320X240",
      SIM_FAMILY_E,
@@ -64,7 +66,8 @@ constexpr sim_camera_row_t ROWS[] = {
      1600,
      150,
      20,
-     DRIFT_E},
+     DRIFT_E,
+     0},
     {"E4",
      "TQSIM-E4-320X240",
      SIM_FAMILY_E,
@@ -82,7 +85,8 @@ constexpr sim_camera_row_t ROWS[] = {
      1800,
      150,
      30,
-     DRIFT_E},
+     DRIFT_E,
+     0},
     {"E5",
      "TQSIM-E5-160X60",
      SIM_FAMILY_E,
@@ -100,7 +104,8 @@ constexpr sim_camera_row_t ROWS[] = {
      1600,
      150,
      30,
-     DRIFT_E},
+     DRIFT_E,
+     0},
     {"S1",
      "TQSIM-S1-640X480",
      SIM_FAMILY_S,
@@ -118,7 +123,8 @@ constexpr sim_camera_row_t ROWS[] = {
      1500,
      40,
      5,
-     DRIFT_S},
+     DRIFT_S,
+     1110},
     {"S2",
      "TQSIM-S2-640X480",
      SIM_FAMILY_S,
@@ -136,7 +142,8 @@ constexpr sim_camera_row_t ROWS[] = {
      1500,
      40,
      5,
-     DRIFT_S},
+     DRIFT_S,
+     1110},
     {"S3",
      "TQSIM-S3-640X480",
      SIM_FAMILY_S,
@@ -154,7 +161,8 @@ constexpr sim_camera_row_t ROWS[] = {
      1500,
      40,
      5,
-     DRIFT_S},
+     DRIFT_S,
+     1110},
     {"S570C4",
      "TQSIM-S570C4-VGA",
      SIM_FAMILY_S,
@@ -172,7 +180,8 @@ constexpr sim_camera_row_t ROWS[] = {
      1800,
      40,
      5,
-     DRIFT_S},
+     DRIFT_S,
+     1302},
 };
 
 enum { PURPOSE_PIXELS = 1, PURPOSE_DEAD = 2, PURPOSE_PERIODIC = 3 };
@@ -281,17 +290,36 @@ double sim_camera_drift_mm(const sim_camera_t &cam, const sim_state_t &state)
     return cam.defects.drift * mm;
 }
 
+namespace {
+
+// What all pixels of one exposure share.
+typedef struct shared_t {
+    double drift_mm, range, periodic_mm;
+} shared_t;
+
+shared_t _shared(const sim_camera_t &cam, const sim_state_t &state)
+{
+    const double range = sim_range_mm(state.mod_freq);
+    return {sim_camera_drift_mm(cam, state), range, cam.defects.periodic * range};
+}
+
+double _measured_mm(const sim_camera_t &cam, uint32_t pixel, double true_mm, const shared_t &shared)
+{
+    double mm = true_mm * cam.slope[pixel] + cam.offset_mm[pixel] + shared.drift_mm;
+    if (shared.periodic_mm != 0) {
+        double s, unused;
+        sim_sincos_turns(4.0 * true_mm / shared.range + cam.periodic_turns, &s, &unused);
+        mm += shared.periodic_mm * s;
+    }
+    return mm;
+}
+
+} // namespace
+
 double sim_camera_measured_mm(const sim_camera_t &cam, uint32_t pixel, double true_mm,
                               const sim_state_t &state)
 {
-    double mm = true_mm * cam.slope[pixel] + cam.offset_mm[pixel] + sim_camera_drift_mm(cam, state);
-    const int32_t range = sim_range_mm(state.mod_freq);
-    if (cam.defects.periodic != 0 && range > 0) {
-        double s, unused;
-        sim_sincos_turns(4.0 * true_mm / range + cam.periodic_turns, &s, &unused);
-        mm += cam.defects.periodic * range * s;
-    }
-    return mm;
+    return _measured_mm(cam, pixel, true_mm, _shared(cam, state));
 }
 
 double sim_camera_amplitude(const sim_camera_t &cam, const sim_hit_t &hit, uint32_t intg_us)
@@ -310,14 +338,14 @@ typedef struct light_t {
     double c, s, amp;
 } light_t;
 
-light_t _receive(const sim_camera_t &cam, uint32_t pixel, const sim_hit_t &hit, const sim_state_t &state,
-                 int32_t range)
+light_t _receive(const sim_camera_t &cam, uint32_t pixel, const sim_hit_t &hit, uint32_t intg_us,
+                 const shared_t &shared)
 {
-    const double amp = sim_camera_amplitude(cam, hit, state.intg_us);
-    if (amp == 0 || range == 0)
+    const double amp = sim_camera_amplitude(cam, hit, intg_us);
+    if (amp == 0 || shared.range == 0)
         return {0, 0, amp};
     double s, c;
-    sim_sincos_turns(sim_camera_measured_mm(cam, pixel, hit.dist_mm, state) / range, &s, &c);
+    sim_sincos_turns(_measured_mm(cam, pixel, hit.dist_mm, shared) / shared.range, &s, &c);
     return {amp * c, amp * s, amp};
 }
 
@@ -326,7 +354,7 @@ light_t _receive(const sim_camera_t &cam, uint32_t pixel, const sim_hit_t &hit, 
 void sim_camera_expose(const sim_camera_t &cam, const sim_view_t &view, const sim_state_t &state,
                        sim_field_t *field)
 {
-    const int32_t range = sim_range_mm(state.mod_freq);
+    const shared_t shared = _shared(cam, state);
     const double ambient = cam.defects.ambient * state.intg_us / 500.0;
     const size_t n = view.hit.size();
     field->width = view.width;
@@ -340,33 +368,30 @@ void sim_camera_expose(const sim_camera_t &cam, const sim_view_t &view, const si
         field->light[i] = static_cast<float>(LIGHT_PER_AMP * l.amp + ambient);
     };
     for (size_t i = 0; i < n; i++)
-        put(i, _receive(cam, static_cast<uint32_t>(i), view.hit[i], state, range));
+        put(i, _receive(cam, static_cast<uint32_t>(i), view.hit[i], state.intg_us, shared));
     if (cam.defects.flying == 0)
         return;
     for (const sim_edge_t &edge : view.edge) {
         light_t sum = {0, 0, 0};
         for (const sim_hit_t &ray : edge.ray) {
-            const light_t l = _receive(cam, edge.pixel, ray, state, range);
+            const light_t l = _receive(cam, edge.pixel, ray, state.intg_us, shared);
             sum = {sum.c + l.c, sum.s + l.s, sum.amp + l.amp};
         }
         put(edge.pixel, {sum.c / SIM_EDGE_RAYS, sum.s / SIM_EDGE_RAYS, sum.amp / SIM_EDGE_RAYS});
     }
 }
 
-namespace {
-
-double _noise(const sim_camera_t &cam, double light, sim_rng_t &rng)
+double sim_camera_noise(const sim_camera_t &cam, double light, sim_rng_t &rng)
 {
     const double variance = cam.defects.read * cam.defects.read + cam.defects.shot * light;
     return variance > 0 ? sim_rng_gauss(rng) * std::sqrt(variance) : 0;
 }
 
-} // namespace
-
 uint16_t sim_camera_sample(const sim_camera_t &cam, uint32_t pixel, double value, double light,
                            sim_rng_t &rng)
 {
-    const double noise = _noise(cam, light, rng); // drawn in any case: a dead pixel must not shift the others
+    const double noise =
+        sim_camera_noise(cam, light, rng); // drawn in any case: a dead pixel must not shift the others
     switch (cam.pixel[pixel]) {
     case SIM_PIXEL_DARK:
         value = 0;
@@ -389,10 +414,4 @@ bool sim_camera_usable(const sim_camera_t &cam, uint32_t pixel, double value, do
 {
     return cam.pixel[pixel] == SIM_PIXEL_GOOD &&
            (cam.defects.saturation == 0 || (light <= FULL_WELL && std::fabs(value) <= 2047));
-}
-
-int32_t sim_camera_sample_signed(const sim_camera_t &cam, double value, double light, sim_rng_t &rng)
-{
-    return static_cast<int32_t>(
-        std::clamp(std::floor(value + _noise(cam, light, rng) + 0.5), -2048.0, 2047.0));
 }

@@ -35,6 +35,7 @@ typedef struct sim_camera_row_t {
     double amp_1m; // amplitude in samples of a white surface at 1 m in 500 us
     double offset_mm, offset_spread_mm;
     sim_drift_t drift;
+    uint32_t reg_map; // S family: id of the chip's register map, which its metadata follows
 } sim_camera_row_t;
 
 // NULL when no camera has that name.
@@ -112,6 +113,6 @@ void sim_camera_expose(const sim_camera_t &cam, const sim_view_t &view, const si
 uint16_t sim_camera_sample(const sim_camera_t &cam, uint32_t pixel, double value, double light,
                            sim_rng_t &rng);
 
-// A signed 12-bit sample. Pixels that are dead or full deliver 0 throughout.
+// For samples in other forms: whether a pixel delivers anything, and the noise that this light brings.
 bool sim_camera_usable(const sim_camera_t &cam, uint32_t pixel, double value, double light);
-int32_t sim_camera_sample_signed(const sim_camera_t &cam, double value, double light, sim_rng_t &rng);
+double sim_camera_noise(const sim_camera_t &cam, double light, sim_rng_t &rng);

@@ -16,6 +16,7 @@ sim_config_t sim_config_default(const sim_camera_row_t *camera)
     cfg.intg_us = camera->intg_us;
     cfg.temp_cb = SIM_REF_TEMP_CB;
     cfg.temp_ib = SIM_REF_TEMP_IB;
+    cfg.meta_size = camera->family == SIM_FAMILY_S ? SIM_S_META_SIZE : 0;
     cfg.start_sec = 12 * 3600;
     return cfg;
 }
@@ -25,18 +26,26 @@ std::string sim_config_check(const sim_config_t &cfg)
     const auto number = [](uint64_t v) { return std::to_string(v); };
     if (cfg.camera == nullptr)
         return "no camera is chosen";
-    if (cfg.camera->family != SIM_FAMILY_E || sim_raw_e_planes(cfg.format) == 0)
+    const bool e_family = cfg.camera->family == SIM_FAMILY_E;
+    const sim_s_format_t *s_format = e_family ? nullptr : sim_raw_s_format(cfg.format);
+    if (e_family ? sim_raw_e_planes(cfg.format) == 0 : s_format == nullptr)
         return std::string("camera ") + cfg.camera->name + " has no frame format " + number(cfg.format);
-    if (cfg.freq0 < 1000000 || cfg.freq0 > 200000000)
-        return "the modulation frequency must lie in 1 to 200 MHz, not " + number(cfg.freq0) + " Hz";
-    if (cfg.freq1 != 0)
-        return std::string("camera ") + cfg.camera->name + " works with one modulation frequency";
+    const bool dual = s_format != nullptr && s_format->dual;
+    for (const uint32_t freq : {cfg.freq0, cfg.freq1})
+        if ((freq != 0 || freq == cfg.freq0) && (freq < 1000000 || freq > 200000000))
+            return "the modulation frequency must lie in 1 to 200 MHz, not " + number(freq) + " Hz";
+    if (dual != (cfg.freq1 != 0))
+        return "frame format " + number(cfg.format) +
+               (dual ? " needs two modulation frequencies" : " works with one modulation frequency");
     if (cfg.fps < 1 || cfg.fps > 1000)
         return "the frame rate must lie in 1 to 1000, not " + number(cfg.fps);
     if (cfg.intg_us < 1 || cfg.intg_us > 65535 || cfg.intg2_us > 65535)
         return "integration times must lie in 1 to 65535 us";
-    if (cfg.intg2_us != 0 && cfg.format != SIM_E_FMT_4DCS)
-        return "a second integration time needs frame format " + number(SIM_E_FMT_4DCS);
+    const uint32_t hdr_format = e_family ? uint32_t{SIM_E_FMT_4DCS} : uint32_t{SIM_S_FMT_IQ_HDR};
+    if (cfg.intg2_us != 0 && cfg.format != hdr_format)
+        return "a second integration time needs frame format " + number(hdr_format);
+    if (cfg.meta_size > (e_family ? 0 : 65536))
+        return e_family ? "frames of this camera have no metadata" : "metadata is at most 65536 bytes";
     if (!(cfg.scene.distance_mm > 0) || cfg.scene.distance_mm > 1e6)
         return "the distance must be above 0 and at most 1000 m";
     return {};
@@ -51,7 +60,7 @@ typedef struct live_t {
     double time_s; // since the first frame
     bool still;    // view shows all that there is to see, from the first frame on
     sim_view_t view;
-    sim_field_t field;
+    sim_field_t field, field1;
     std::vector<uint8_t> raw;
     std::vector<float> truth;
 } live_t;
@@ -81,11 +90,23 @@ bool _next(void *self, sim_frame_t *out)
     _look(live);
 
     const double warm = cfg.warmup_deg * 10 * _warmed(live->time_s);
-    const sim_state_t state = {cfg.freq0, cfg.intg_us, cfg.fps, static_cast<int16_t>(cfg.temp_cb + warm),
-                               static_cast<int16_t>(cfg.temp_ib + 1.5 * warm)};
+    // Two frequencies are two exposures a frame.
+    const uint32_t rate = cfg.freq1 == 0 ? cfg.fps : std::min(2 * cfg.fps, 30u);
+    sim_state_t state = {cfg.freq0, cfg.intg_us, rate, static_cast<int16_t>(cfg.temp_cb + warm),
+                         static_cast<int16_t>(cfg.temp_ib + 1.5 * warm)};
     sim_camera_expose(live->camera, live->view, state, &live->field);
     const double second = cfg.intg2_us == 0 ? 1.0 : static_cast<double>(cfg.intg2_us) / cfg.intg_us;
-    sim_raw_e_make(live->camera, live->field, cfg.format, second, live->index, &live->raw);
+    if (cfg.camera->family == SIM_FAMILY_E) {
+        sim_raw_e_make(live->camera, live->field, cfg.format, second, live->index, &live->raw);
+    } else {
+        if (cfg.freq1 != 0) {
+            state.mod_freq = cfg.freq1;
+            sim_camera_expose(live->camera, live->view, state, &live->field1);
+        }
+        sim_raw_s_make(live->camera, live->field, live->field1,
+                       {cfg.format, cfg.freq0, cfg.freq1, cfg.intg_us, second, cfg.meta_size, live->index},
+                       &live->raw);
+    }
 
     const uint64_t usec = static_cast<uint64_t>(live->time_s * 1e6) / 64 * 64;
     *out = {};
@@ -97,6 +118,8 @@ bool _next(void *self, sim_frame_t *out)
     out->temp_ib = state.temp_ib;
     out->time_of_day_sec = static_cast<uint32_t>((cfg.start_sec + usec / 1000000) % 86400);
     out->time_usec = static_cast<uint32_t>(usec % 1000000 / 64 * 64);
+    out->meta_size = cfg.meta_size;
+    out->meta_intg_us = sim_raw_s_meta_intg(cfg.meta_size, cfg.intg_us);
     out->data = live->raw;
     out->truth_mm = live->truth;
     live->index++;

@@ -4,6 +4,7 @@
 
 #include "camera_model.h"
 #include "raw_e_family.h"
+#include "raw_s_family.h"
 
 #include <memory>
 #include <span>
@@ -21,6 +22,7 @@ typedef struct sim_config_t {
     uint32_t intg_us, intg2_us; // intg2_us 0: one integration time
     int16_t temp_cb, temp_ib;   // of the first frame
     double warmup_deg;          // the board warms by this in the long run, the light source by 1.5 times it
+    uint32_t meta_size;         // metadata in front of each sub-frame, S family only
     uint32_t start_sec;         // time of day of the first frame, seconds
 } sim_config_t;
 
