@@ -24,7 +24,7 @@ extern "C" {
  * (gx * gx + gy * gy) / 4, fractions dropped, all in 64 bits. k5 takes unweighted differences of the two
  * outer pairs of rows and columns of a 5 by 5 window, and 256 for 1024: its thr is another scale.
  *
- * thr  a smaller one drops more; the drivers use 1 to 32 with k3. From 0 to 63 the vector form of k3 runs.
+ * thr  a smaller one drops more; the drivers use 1 to 32 with k3.
  *
  * Sizes below 2 do nothing; k3 logs them. I. Sobel, G. Feldman, "A 3x3 isotropic gradient operator for image
  * processing" (1968). */
