@@ -1,4 +1,5 @@
 // Reassembly in the pieces that links deliver, and the checksums beside memcpy.
+#include <algorithm>
 #include <benchmark/benchmark.h>
 #include <cstring>
 #include <vector>
