@@ -1,0 +1,233 @@
+// What the writer puts into a file, compared byte by byte with the container's layout.
+#include "replay/oni_writer.h"
+
+#include <gtest/gtest.h>
+
+#include "replay/oni_bytes.h"
+#include "support/log_capture.h"
+#include "support/temp_dir.h"
+
+namespace {
+
+const oni_stream_cfg_t DEVICE = {
+    .type = 1, .name = nullptr, .pix_fmt = 0, .max_value = 0, .width = 0, .height = 0, .bpp = 0, .fps = 0};
+
+oni_stream_cfg_t raw_cfg(const char *name = "TQ_REPLAY", uint32_t type = 2, uint32_t pix_fmt = 101)
+{
+    return {.type = type,
+            .name = name,
+            .pix_fmt = pix_fmt,
+            .max_value = 4096,
+            .width = 4,
+            .height = 2,
+            .bpp = 2,
+            .fps = 30};
+}
+
+void expect_same(const Bytes &got, const Bytes &due)
+{
+    size_t at = 0;
+    while (at < got.size() && at < due.size() && got[at] == due[at])
+        at++;
+    EXPECT_EQ(got.size(), due.size());
+    EXPECT_TRUE(at == got.size() && at == due.size()) << "first difference at offset " << at;
+}
+
+// Two runs over what a stream holds give the positions that the second one needs.
+struct Positions {
+    uint64_t device_seek = 0, raw_seek = 0;
+};
+
+Bytes expected_file(Positions p, Positions *found)
+{
+    const Bytes mode = OniBytes().u32(4).u32(2).u32(30).out;
+    OniBytes f;
+    f.file_header(2);
+    const uint64_t device_pos = f.pos();
+    f.node(1, "Device", 1, 0, 0, p.device_seek).record(9, 1, 0);
+    f.record(4, 1, 0, OniBytes().str("TQ_REP_VER").u32(8).put(1.0));
+    f.record(5, 1, 0, OniBytes().str("TQ_PRODUCT").str("cam"));
+    const uint64_t id_pos = f.pos();
+    f.int_prop(1, "TQ_DEV_ID", 5).int_prop(1, "TQ_DEV_ID", 6, id_pos);
+    f.record(7, 1, device_pos);
+    found->device_seek = f.pos();
+    f.record(14, 1, 0, OniBytes().raw(Bytes(20)), 20);
+
+    const uint64_t raw_pos = f.pos();
+    f.node(2, "TQ_REPLAY", 2, 3, 9000, p.raw_seek);
+    f.int_prop(2, "oniRequiredFrameSize", 16)
+        .int_prop(2, "xnIsGenerating", 1)
+        .int_prop(2, "xnDeviceMaxDepth", 4096);
+    f.int_prop(2, "xnSupportedMapOutputModesCount", 1);
+    f.general(2, "xnSupportedMapOutputModes", mode).general(2, "xnMapOutputMode", mode);
+    f.general(2, "xnSupportedPixelFormats", OniBytes().u32(8).out).int_prop(2, "xnPixelFormat", 4);
+    f.int_prop(2, "oniPixelFormat", 101).general(2, "xnCropping", Bytes(12)).record(9, 2, 0);
+    const uint64_t begin = f.pos();
+    f.data_begin(2).frame(2, 0, 1000, 1, {1, 2, 3});
+    const uint64_t second = f.pos();
+    f.frame(2, begin, 5000, 2, {4});
+    const uint64_t third = f.pos();
+    f.frame(2, second, 9000, 3, {5, 6});
+    f.record(7, 2, raw_pos);
+    found->raw_seek = f.pos();
+    OniBytes table;
+    table.raw(Bytes(20));
+    table.u64(1000).u32(0).u64(begin).u64(5000).u32(0).u64(second).u64(9000).u32(0).u64(third);
+    f.record(14, 2, 0, table, 80).record(11, 0, 0);
+    return f.out;
+}
+
+} // namespace
+
+TEST(OniWriter, FileHoldsWhatTheLayoutSays)
+{
+    TempDir dir;
+    oni_writer_t *w = oni_writer_open("a.oni");
+    ASSERT_NE(w, nullptr);
+    oni_ostream_t *device = oni_ostream_open(w, &DEVICE);
+    const double version = 1.0;
+    const uint64_t ids[] = {5, 6};
+    oni_ostream_set_property(device, ONI_PROP_REAL, "TQ_REP_VER", &version, 0);
+    oni_ostream_set_property(device, ONI_PROP_STRING, "TQ_PRODUCT", "cam", 0);
+    oni_ostream_set_property(device, ONI_PROP_INT, "TQ_DEV_ID", &ids[0], 0);
+    oni_ostream_set_property(device, ONI_PROP_INT, "TQ_DEV_ID", &ids[1], 0);
+    oni_ostream_close(device);
+    oni_ostream_set_property(device, ONI_PROP_INT, "TQ_LATE", &ids[0], 0); // closed: does nothing
+    oni_ostream_save_frame(device, ids, 8, 1);
+    const oni_stream_cfg_t cfg = raw_cfg();
+    oni_ostream_t *raw = oni_ostream_open(w, &cfg);
+    oni_ostream_save_frame(raw, "\1\2\3", 3, 1000);
+    oni_ostream_save_frame(raw, "\4", 1, 5000);
+    oni_ostream_save_frame(raw, "\5\6", 2, 9000);
+    oni_writer_close(w);
+
+    Positions p, again;
+    expected_file({}, &p);
+    expect_same(read_file("a.oni"), expected_file(p, &again));
+}
+
+TEST(OniWriter, PixelFormatsSayTheirBitAndNumber)
+{
+    const struct {
+        uint32_t pix_fmt, bit, number;
+        bool depth;
+    } cases[] = {{100, 8, 4, true},  {101, 8, 4, true},   {103, 8, 4, false},
+                 {203, 8, 4, false}, {200, 1, 1, false},  {201, 2, 2, false},
+                 {202, 4, 3, false}, {204, 16, 5, false}, {7, 0, 0, false}};
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.pix_fmt);
+        TempDir dir;
+        oni_writer_t *w = oni_writer_open("a.oni");
+        const oni_stream_cfg_t cfg = raw_cfg(nullptr, 5, c.pix_fmt);
+        ASSERT_NE(oni_ostream_open(w, &cfg), nullptr);
+        oni_writer_close(w);
+        const Bytes file = read_file("a.oni");
+        auto holds = [&](const Bytes &part) {
+            return std::search(file.begin(), file.end(), part.begin(), part.end()) != file.end();
+        };
+        EXPECT_TRUE(holds(OniBytes().str("IR").u32(5).out));
+        EXPECT_TRUE(holds(OniBytes().general(1, "xnSupportedPixelFormats", OniBytes().u32(c.bit).out).out));
+        EXPECT_TRUE(holds(OniBytes().int_prop(1, "xnPixelFormat", c.number).out));
+        EXPECT_TRUE(holds(OniBytes().int_prop(1, "oniPixelFormat", c.pix_fmt).out));
+        EXPECT_EQ(holds(OniBytes().str("xnDeviceMaxDepth").out), c.depth);
+    }
+}
+
+TEST(OniWriter, TextsAreCutAt255Characters)
+{
+    for (const size_t len : {0u, 254u, 255u, 300u}) {
+        TempDir dir;
+        oni_writer_t *w = oni_writer_open("a.oni");
+        oni_ostream_t *s = oni_ostream_open(w, &DEVICE);
+        const std::string text(len, 'x'), kept(std::min<size_t>(len, 255), 'x');
+        oni_ostream_set_property(s, ONI_PROP_STRING, text.c_str(), text.c_str(), 0);
+        oni_writer_close(w);
+        const Bytes file = read_file("a.oni");
+        const OniRecord prop = oni_records(file).at(2);
+        expect_same(Bytes(file.begin() + prop.pos, file.begin() + prop.end),
+                    OniBytes().record(5, 1, 0, OniBytes().str(kept).str(kept)).out);
+    }
+}
+
+TEST(OniWriter, OnlyEightStreamsAndNoBadArguments)
+{
+    TempDir dir;
+    EXPECT_EQ(oni_writer_open("no/such/folder/a.oni"), nullptr);
+    EXPECT_EQ(oni_writer_open(nullptr), nullptr);
+    EXPECT_EQ(oni_ostream_open(nullptr, &DEVICE), nullptr);
+    oni_writer_t *w = oni_writer_open("a.oni");
+    EXPECT_EQ(oni_ostream_open(w, nullptr), nullptr);
+    for (int i = 0; i < 8; i++)
+        oni_ostream_close(oni_ostream_open(w, &DEVICE)); // a closed stream keeps its slot
+    EXPECT_EQ(oni_ostream_open(w, &DEVICE), nullptr);
+    oni_ostream_set_property(nullptr, ONI_PROP_STRING, "a", "b", 0);
+    oni_ostream_save_frame(nullptr, "a", 1, 0);
+    oni_ostream_close(nullptr);
+    oni_writer_close(nullptr);
+    oni_writer_close(w);
+    EXPECT_EQ(word_at(read_file("a.oni"), 20), 8u);
+}
+
+TEST(OniWriter, FramesThatDoNotFitLeaveTheirBytesOut)
+{
+    TempDir dir;
+    LogCapture log;
+    const uint32_t most = 3146025 - 40; // a record of exactly the staging capacity
+    const Bytes big(most + 1, 7);
+    oni_writer_t *w = oni_writer_open("a.oni");
+    const oni_stream_cfg_t cfg = raw_cfg();
+    oni_ostream_t *s = oni_ostream_open(w, &cfg);
+    oni_ostream_save_frame(s, big.data(), most, 1);
+    oni_ostream_save_frame(s, big.data(), most + 1, 2);
+    oni_ostream_set_property(s, ONI_PROP_GENERAL, "TQ_BIG", big.data(), most); // no room beside its name
+    oni_writer_close(w);
+    const Bytes file = read_file("a.oni");
+    std::vector<uint32_t> payloads;
+    for (const OniRecord &r : oni_records(file)) {
+        if (r.type == 10)
+            payloads.push_back(word_at(file, r.pos + 16));
+    }
+    EXPECT_EQ(payloads, (std::vector<uint32_t>{most, 0}));
+    EXPECT_TRUE(log.has("property TQ_BIG does not fit"));
+}
+
+TEST(OniWriter, SeekTableGivesUpBeyondTheStagingBuffer)
+{
+    for (const uint32_t frames : {157298u, 157299u}) {
+        TempDir dir;
+        oni_writer_t *w = oni_writer_open("a.oni");
+        oni_ostream_t *s = oni_ostream_open(w, &DEVICE);
+        for (uint32_t i = 0; i < frames; i++)
+            oni_ostream_save_frame(s, "x", 1, i + 1);
+        oni_writer_close(w);
+        const Bytes file = read_file("a.oni");
+        const size_t end_record = file.size() - 28;
+        const uint32_t payload = frames == 157298 ? 20 * (frames + 1) : 0;
+        EXPECT_EQ(word_at(file, end_record - payload - 28 + 4), 14u);
+        EXPECT_EQ(word_at(file, end_record - payload - 28 + 16), payload);
+    }
+}
+
+TEST(OniWriter, FrameThatCannotBeCodedRepeatsTheRecordBefore)
+{
+    TempDir dir;
+    LogCapture log;
+    oni_writer_t *w = oni_writer_open("a.oni");
+    const oni_stream_cfg_t cfg = raw_cfg();
+    oni_ostream_t *s = oni_ostream_open(w, &cfg);
+    s->codec = ONI_CODEC_16ZT;
+    const uint16_t good[] = {1, 2}, outside[] = {1, 4096};
+    oni_ostream_save_frame(s, good, 4, 1);
+    oni_ostream_save_frame(s, outside, 4, 2);
+    oni_writer_close(w);
+    EXPECT_TRUE(log.has("[oni_ostream_save_frame] compress data failed\n"));
+    const Bytes file = read_file("a.oni");
+    std::vector<Bytes> data;
+    for (const OniRecord &r : oni_records(file)) {
+        if (r.type == 10)
+            data.emplace_back(file.begin() + r.pos, file.begin() + r.end);
+    }
+    ASSERT_EQ(data.size(), 2u);
+    EXPECT_EQ(data[0], data[1]);
+    EXPECT_EQ(data[0], OniBytes().frame(1, 0, 1, 1, {2, 0, 1, 0, 2, 0, 0, 0, 5 << 4 | 13}).out);
+}
