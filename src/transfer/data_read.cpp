@@ -7,7 +7,7 @@
 #include "log/log.h"
 #include "transfer/data_actions.h"
 
-constexpr uint32_t BLOCK_BYTES = 450;
+constexpr uint32_t BLOCK_BYTES = 450, READ_MAX = 104857600;
 
 int tqcam_bin_data_read(tqcam_ll_dev_t *dev, uint16_t type, const char *path)
 {
@@ -19,7 +19,7 @@ int tqcam_bin_data_read(tqcam_ll_dev_t *dev, uint16_t type, const char *path)
         return -1;
     LOG_DEBUG("[%s]Version:%hu,type:%hu, addr:0x%x,data size:%d\n", info.version, info.type, info.addr,
               info.size);
-    if (info.size == 0xFFFFFFFF) {
+    if (info.size > READ_MAX) { // all ones: nothing stored; a size beyond any flash is no size
         LOG_ERROR("[%s]No valid data to read, please check\n");
         return -1;
     }
