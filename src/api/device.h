@@ -1,4 +1,14 @@
 // The private state of an open device, and how an API call announces itself on it.
+//
+// Locks, in the order in which they are taken when more than one is held:
+//   cap_lock    start, stop and configuration of capture, one after the other; held across the driver's
+//   events
+//               of a start and a stop, the only lock that is, which no driver can come to wait for
+//   feed_lock   one event of the link's event thread, or the clearing of the stream before a run
+//   save_lock   recording, and the stored capture configuration
+//   rdy_lock    the wait for frames; inside it cap_wait and the stream's lock
+//   info_lock   last_info, for an instant
+// No callback runs with any of them held.
 #pragma once
 
 #include <pthread.h>
@@ -14,7 +24,7 @@ struct oni_ostream_t;
 
 enum { CAP_STATE_IDLE = 0, CAP_STATE_RUNNING = 1, CAP_STATE_AFTER_OPEN = 255 };
 
-// A running retrieval, on its thread's stack.
+// A running retrieval, on its thread's stack: a callback that retrieves has a record of its own.
 struct tqcam_get_req_t {
     uint32_t frame_num; // frames requested
     uint32_t remaining; // frames still wanted
@@ -30,17 +40,21 @@ struct tqcam_dev_priv_t {
     tqcam_drv_t *drv;
     uint32_t dev_id32;
     relaxed_t<uint8_t> opened; // the device is usable; most API calls test it
+    uint8_t closing;           // a close has begun: no other one may, nor an open
 
     relaxed_t<uint8_t> cap_state; // CAP_STATE_...
-    tqcam_cap_cfg_t cap_cfg;
+    pthread_mutex_t cap_lock;     // recursive
+    tqcam_cap_cfg_t cap_cfg;      // under save_lock; save_file is owned
 
-    pthread_mutex_t save_lock; // guards the writer and its streams
+    pthread_mutex_t save_lock; // guards the writer, its streams and cap_cfg
     oni_writer_t *save_writer;
     oni_ostream_t *save_raw, *save_dist, *save_gray;
 
     tq_stream_t *stream;
+    pthread_mutex_t feed_lock;    // the feeding side of stream, and last_state
     tq_stream_state_t last_state; // as the event thread saw it last
-    tqcam_frame_info_t last_info; // of the frame taken from the stream last
+    pthread_mutex_t info_lock;
+    tqcam_frame_info_t last_info; // of the frame taken from the stream last; under info_lock
     tqcam_dev_info_t info;
 
     // Capture run state: plain words written on the event thread and read without a lock.
@@ -56,9 +70,12 @@ struct tqcam_dev_priv_t {
     relaxed_t<uint16_t> cur_w, cur_h; // of the frames retrieved last
     uint16_t max_w, max_h;
 
+    // Largest frame that the driver was shown: it may give one back of that size, and isn't told the room for
+    // it.
+    relaxed_t<uint32_t> shown_max;
+
     pthread_cond_t rdy_cond;
     pthread_mutex_t rdy_lock; // before the stream's lock, if both; guards no data but the wait
-    tqcam_get_req_t *get_req; // retrieval's thread alone
 
     tqcam_lens_calib_cfg_t lens_cfg;
     tq_calib_len_map_t lens_map;
@@ -66,18 +83,84 @@ struct tqcam_dev_priv_t {
     relaxed_t<uint32_t> func_mask; // feature marks
 };
 
-// Is this handle open? Says in the log, under the caller's name, when it isn't.
+// Is this handle open? Says in the log, under the caller's name, when it isn't. Another thread may close it
+// right afterwards: a call that goes on to work on the device enters an ApiGuard, which tests by itself.
 bool dev_is_open(const tqcam_dev_t *dev, const char *caller);
 
-// An API call in flight: counts itself on the handle while it stands. tqcam_dev_close waits for the count.
+// The device's driver; nullptr before one is chosen, and after another device of the same chip, which had
+// taken its row over, closed.
+tqcam_drv_t *dev_drv(const tqcam_dev_priv_t *priv);
+
+// Shows the driver count retrieved frames of info->frame_size bytes, which raw has room for. True when the
+// driver took them for itself.
+bool dev_show_frames(tqcam_dev_priv_t *priv, void *raw, uint32_t count, const tqcam_frame_info_t *info);
+
+// The information of the frame taken from the stream last.
+tqcam_frame_info_t dev_last_info(tqcam_dev_priv_t *priv);
+
+// Make and end the count of calls in flight. dev_count_create ends the process when out of memory.
+void dev_count_create(tqcam_dev_t *dev);
+void dev_count_destroy(tqcam_dev_t *dev);
+uint32_t dev_count_active(tqcam_dev_t *dev);
+
+// An API call in flight: counts itself on the handle while it stands. tqcam_dev_close waits for the count,
+// and lets no call begin while it takes the device down: entering tests the handle and counts in one step.
 // The lock guards the count alone and is never held across work.
+//
+//   ApiGuard guard(dev, __func__);
+//   if (!guard)
+//       return false;
 class ApiGuard {
   public:
-    explicit ApiGuard(tqcam_dev_t *dev);
+    // Enters if the handle is open; logs under the caller's name if it isn't. caller nullptr logs nothing.
+    ApiGuard(tqcam_dev_t *dev, const char *caller);
+    explicit ApiGuard(tqcam_dev_t *dev) : ApiGuard(dev, nullptr) {}
     ~ApiGuard();
     ApiGuard(const ApiGuard &) = delete;
     ApiGuard &operator=(const ApiGuard &) = delete;
+    explicit operator bool() const { return dev_ != nullptr; }
+
+    // The calling thread's outermost call on this device, or nullptr: a close from a callback runs inside
+    // one.
+    static ApiGuard *outermost(const tqcam_dev_t *dev);
+    // The device closes when this call leaves.
+    void close_on_leave() { close_on_leave_ = true; }
 
   private:
-    tqcam_dev_t *dev_;
+    tqcam_dev_t *dev_ = nullptr;
+    ApiGuard *outer_ = nullptr; // the guard around this one on this thread, of whatever device
+    bool close_on_leave_ = false;
+};
+
+// Holds a device in place while a word is read from its private state, also before it is open.
+class DevPeek {
+  public:
+    explicit DevPeek(const tqcam_dev_t *dev);
+    ~DevPeek();
+    DevPeek(const DevPeek &) = delete;
+    DevPeek &operator=(const DevPeek &) = delete;
+    tqcam_dev_priv_t *priv; // nullptr for a closed device
+};
+
+// Keeps every DevPeek and ApiGuard from entering or leaving while the handle's own words change.
+class DevGate {
+  public:
+    DevGate();
+    ~DevGate();
+    DevGate(const DevGate &) = delete;
+    DevGate &operator=(const DevGate &) = delete;
+};
+
+// The second half of tqcam_dev_close: takes the device down when no call is in flight any more.
+void dev_dismantle(tqcam_dev_t *dev);
+
+class MutexLock {
+  public:
+    explicit MutexLock(pthread_mutex_t *mutex) : mutex_(mutex) { pthread_mutex_lock(mutex_); }
+    ~MutexLock() { pthread_mutex_unlock(mutex_); }
+    MutexLock(const MutexLock &) = delete;
+    MutexLock &operator=(const MutexLock &) = delete;
+
+  private:
+    pthread_mutex_t *mutex_;
 };

@@ -2,8 +2,9 @@
 // word in the device's product string and calls the row's operations; it never looks at a chip itself.
 //
 // All operations run on application threads, none on a link's event thread, and with no lock of the library
-// held. A driver reaches its device only through the parameter and register calls of the API. Slots marked
-// optional may be nullptr and are tested by their callers.
+// held, apart from the events of a capture start and stop, which come one after the other. A driver reaches
+// its device only through the parameter and register calls of the API. Slots marked optional may be nullptr
+// and are tested by their callers.
 #pragma once
 
 #include "tqcam.h"
@@ -30,7 +31,7 @@ struct tqcam_drv_ops_t {
     int (*frame_decode)(tqcam_drv_t *drv, void *dst, uint32_t dst_size, int kind, const void *raw,
                         uint32_t raw_len, const tqcam_frame_info_t *info);
     // Optional. Produces a frame of the driver's own into raw if it has one; result above 0: frames produced.
-    // The caller has made sure that raw holds a frame of the size that the driver saw last.
+    // The caller has made sure that raw holds the largest frame that frame_raw_proc has seen.
     int (*frame_need_data)(tqcam_drv_t *drv, void *raw, uint32_t count, tqcam_frame_info_t *out);
     // Optional. Sees a retrieved frame of info->frame_size bytes before it is handed on; may replace its
     // bytes.
