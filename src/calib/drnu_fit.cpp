@@ -2,6 +2,7 @@
 
 #include <cstring>
 
+#include "simd/dispatch.h"
 #include "tq_math.h"
 
 void drnu_fit_tile_plain(const drnu_fit_t *fit, size_t first, int count, float *work, float *slope,
@@ -29,5 +30,5 @@ void drnu_fit_tile_plain(const drnu_fit_t *fit, size_t first, int count, float *
 void drnu_fit_tile(const drnu_fit_t *fit, size_t first, int count, float *work, float *slope, float *offset,
                    float *r2)
 {
-    drnu_fit_tile_plain(fit, first, count, work, slope, offset, r2);
+    (simd_enabled() ? drnu_fit_tile_simd : drnu_fit_tile_plain)(fit, first, count, work, slope, offset, r2);
 }

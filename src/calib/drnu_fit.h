@@ -21,6 +21,8 @@ inline constexpr int DRNU_TILE = 512;
 void drnu_fit_tile(const drnu_fit_t *fit, size_t first, int count, float *work, float *slope, float *offset,
                    float *r2);
 
-// The form that defines the result: tq_math_linear_LSR_f32 for each pixel.
+// The form that defines the result, tq_math_linear_LSR_f32 for each pixel, and the form on vectors.
 void drnu_fit_tile_plain(const drnu_fit_t *fit, size_t first, int count, float *work, float *slope,
                          float *offset, float *r2);
+void drnu_fit_tile_simd(const drnu_fit_t *fit, size_t first, int count, float *work, float *slope,
+                        float *offset, float *r2);
