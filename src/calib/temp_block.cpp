@@ -140,16 +140,12 @@ static void _apply_fallbacks(model_t *model)
             t, t + CALIB_TCOEF_NUM, [](float v) { return !std::isfinite(v); }, 0.0f);
 }
 
-// Of two models the one at the target frequency or just above it serves better; one below counts as far away.
+// Of two models the one at the target frequency or the nearest above it serves better. One below it counts as
+// far away, since the difference wraps.
 static bool _is_preferred(const calib_walk_t *walk, uint32_t freq)
 {
     const calib_result_t *res = walk->res;
-    const uint32_t held = res->tcoef_hdr.freq, target = walk->target;
-    if (res->tcoef_cnt == 0)
-        return true;
-    if (held == target)
-        return false;
-    return freq == target || held - target > freq - target;
+    return res->tcoef_cnt == 0 || res->tcoef_hdr.freq - walk->target > freq - walk->target;
 }
 
 bool calib_load_temp_block(calib_walk_t *walk)

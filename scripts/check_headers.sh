@@ -1,0 +1,10 @@
+#!/usr/bin/env bash
+# Every public header stands alone, as C11 and as C++, without a warning.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+for header in include/*.h; do
+    name=$(basename "$header")
+    echo "#include \"$name\"" | gcc -std=c11 -Wall -Wextra -pedantic -Werror -Iinclude -fsyntax-only -x c -
+    echo "#include \"$name\"" | g++ -std=c++11 -Wall -Wextra -Werror -Iinclude -fsyntax-only -x c++ -
+done
+echo "headers: $(ls include/*.h | wc -l) stand alone as C and C++"

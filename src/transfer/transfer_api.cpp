@@ -1,0 +1,35 @@
+// The data transfer as calls on a device handle.
+#include "api/device.h"
+#include "log/log.h"
+
+static bool _usable(const tqcam_dev_t *dev, const char *caller)
+{
+    if (dev && dev->priv && dev->priv->opened)
+        return true;
+    LOG_AS(1, "DBG", caller, "[%s]Wrong params\n");
+    return false;
+}
+
+int tqcam_firmware_upgrade(tqcam_dev_t *dev, uint16_t type, uint16_t version, const char *path)
+{
+    if (!_usable(dev, __func__))
+        return -1;
+    ApiGuard guard(dev);
+    return tqcam_ll_firmware_upgrade(&dev->priv->ll, type, version, path);
+}
+
+int tqcam_data_download(tqcam_dev_t *dev, const char *path, uint16_t type, uint16_t version, uint32_t addr)
+{
+    if (!_usable(dev, __func__))
+        return -1;
+    ApiGuard guard(dev);
+    return tqcam_bin_data_write(&dev->priv->ll, type, version, addr, path);
+}
+
+int tqcam_data_upload(tqcam_dev_t *dev, uint16_t type, const char *path)
+{
+    if (!_usable(dev, __func__))
+        return -1;
+    ApiGuard guard(dev);
+    return tqcam_bin_data_read(&dev->priv->ll, type, path);
+}
