@@ -1,0 +1,337 @@
+// The USB link against a scripted peer: listing, opening, commands, the ring, and the ways a device fails.
+#include <algorithm>
+#include <chrono>
+#include <gtest/gtest.h>
+#include <mutex>
+#include <thread>
+
+#include "fake_libusb.h"
+#include "link/usb_link.h"
+#include "support/log_capture.h"
+
+namespace {
+
+using clock_type = std::chrono::steady_clock;
+
+int64_t ms_since(clock_type::time_point start)
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(clock_type::now() - start).count();
+}
+
+template <typename F> bool eventually(F condition)
+{
+    for (int i = 0; i < 2000; i++) {
+        if (condition())
+            return true;
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    return false;
+}
+
+struct Sink {
+    std::mutex mutex;
+    std::vector<int> codes;
+    std::vector<uint8_t> bytes;
+
+    static void take(tqcam_ll_dev_t *, int32_t code, const void *data, uint32_t len, void *arg)
+    {
+        auto *sink = static_cast<Sink *>(arg);
+        std::lock_guard<std::mutex> guard(sink->mutex);
+        sink->codes.push_back(code);
+        sink->bytes.insert(sink->bytes.end(), static_cast<const uint8_t *>(data),
+                           static_cast<const uint8_t *>(data) + len);
+    }
+    size_t count(int code)
+    {
+        std::lock_guard<std::mutex> guard(mutex);
+        return static_cast<size_t>(std::count(codes.begin(), codes.end(), code));
+    }
+};
+
+struct UsbLink : ::testing::Test {
+    LogCapture log;
+    Sink sink; // outlives the close in TearDown
+    tqcam_ll_dev_t dev = {};
+
+    void SetUp() override
+    {
+        fake_reset();
+        g_bus.devices.push_back(FakeDevice());
+    }
+    void open()
+    {
+        dev.address.if_type = TQCAM_IF_ANY;
+        ASSERT_EQ(usb_ll_ops.dev_open(&dev), &dev);
+    }
+    void TearDown() override
+    {
+        if (dev.priv)
+            usb_ll_ops.dev_close(&dev);
+        EXPECT_EQ(fake_steps_left(), 0u) << "the link did not say all that was expected";
+        EXPECT_EQ(g_bus.contexts, 0);
+        EXPECT_EQ(g_bus.handles, 0);
+        EXPECT_EQ(g_bus.transfers, 0);
+    }
+};
+
+TEST_F(UsbLink, ListsCamerasThatCanBeOpened)
+{
+    FakeDevice stranger, two_in, busy, second;
+    stranger.product = 0x9999;
+    two_in.interfaces = {{0x81, 0x82}};
+    busy.open_error = LIBUSB_ERROR_ACCESS;
+    second.interfaces = {{0x81, 0x82}, {0x03, 0x84}};
+    second.addr = 9;
+    g_bus.devices = {stranger, two_in, busy, FakeDevice(), second};
+    tqcam_ll_dev_t list[4];
+    ASSERT_EQ(usb_ll_ops.dev_list(list, 4), 2);
+    EXPECT_STREQ(list[0].address.usb.product, "X-E1-Y");
+    EXPECT_STREQ(list[0].address.usb.vendor, "a vendor with a"); // 15 characters and the NUL
+    EXPECT_EQ(list[1].address.usb.addr, 9);
+    EXPECT_EQ(list[1].ops, &usb_ll_ops);
+    EXPECT_TRUE(log.has("[_parse_usb_dev_desc] skip interface with two endpoints of the same direction"));
+    EXPECT_EQ(usb_ll_ops.dev_list(list, 1), 1);
+}
+
+TEST_F(UsbLink, OpensTheWantedAddressOnly)
+{
+    FakeDevice other;
+    other.port = 7;
+    other.addr = 8;
+    other.interfaces = {{0x03, 0x84}};
+    g_bus.devices.push_back(other);
+    dev.inited = 1;
+    dev.address.usb.bus = 1;
+    dev.address.usb.port = 7;
+    dev.address.usb.addr = 3; // the address of the first device, not of the one at port 7
+    EXPECT_EQ(usb_ll_ops.dev_open(&dev), nullptr);
+    EXPECT_EQ(dev.priv, nullptr);
+    dev.address.usb.addr = 255;
+    ASSERT_EQ(usb_ll_ops.dev_open(&dev), &dev);
+    EXPECT_EQ(usb_priv(&dev)->ep_din, 0x84);
+    EXPECT_EQ(usb_priv(&dev)->ep_dout, 0x03);
+    tqcam_ll_dev_t file = {};
+    file.address.if_type = TQCAM_IF_FILE;
+    EXPECT_EQ(usb_ll_ops.dev_open(&file), nullptr);
+}
+
+TEST_F(UsbLink, RefusedClaimLeavesNothing)
+{
+    g_bus.devices[0].claim_error = LIBUSB_ERROR_BUSY;
+    dev.address.if_type = TQCAM_IF_ANY;
+    EXPECT_EQ(usb_ll_ops.dev_open(&dev), nullptr);
+    EXPECT_TRUE(log.has("[_usb_ll_dev_open]libusb_claim_interface 0 failed: E-6"));
+}
+
+TEST_F(UsbLink, ParametersGoTwoACommand)
+{
+    open();
+    tqcam_ll_param_t items[5] = {};
+    for (uint8_t i = 0; i < 5; i++)
+        items[i] = {static_cast<uint8_t>(10 + i), 4, {i}};
+    const auto wire = [&](int at, int n) {
+        const auto *p = reinterpret_cast<uint8_t *>(items + at);
+        return std::vector<uint8_t>(p, p + 20 * n);
+    };
+    expect_write(0xC0, 3, wire(0, 2));
+    expect_write(0xC0, 3, wire(2, 2));
+    expect_write(0xC0, 3, wire(4, 1));
+    EXPECT_TRUE(usb_ll_ops.param_set(&dev, items, 5));
+    // The second command fails: the third is never sent.
+    expect_write(0xC0, 3, wire(0, 2));
+    expect_write(0xC0, 3, wire(2, 2), 0xFF);
+    EXPECT_FALSE(usb_ll_ops.param_set(&dev, items, 5));
+    EXPECT_FALSE(usb_ll_ops.param_set(&dev, items, 0));
+    EXPECT_TRUE(usb_ll_ops.param_get(&dev, items, 0));
+}
+
+TEST_F(UsbLink, ParameterAnswersAreHeldToTheirSize)
+{
+    open();
+    tqcam_ll_param_t item = {3, 18, {1, 2, 3}};
+    std::vector<uint8_t> asked(20, 0), reply(20, 7);
+    asked[0] = 3; // value and length are cleared before they travel
+    reply[0] = 3;
+    reply[1] = 200;
+    expect_write(0xC0, 4, asked);
+    expect_read(0xC0, 4, reply);
+    ASSERT_TRUE(usb_ll_ops.param_get(&dev, &item, 1));
+    EXPECT_EQ(item.len, 18);
+    EXPECT_EQ(item.value[17], 7);
+    // A short reply fails though its bytes came.
+    asked.assign(20, 0);
+    asked[0] = 3;
+    expect_write(0xC0, 4, asked);
+    FakeStep shortened;
+    shortened.out = false;
+    shortened.type = 0xC0;
+    shortened.value = 4;
+    shortened.data = reply;
+    shortened.length = 19;
+    g_bus.script.push_back(shortened);
+    EXPECT_FALSE(usb_ll_ops.param_get(&dev, &item, 1));
+    EXPECT_TRUE(log.has("[usb_ll_param_get]read phase failed"));
+}
+
+TEST_F(UsbLink, RegistersGoFourteenACommand)
+{
+    open();
+    uint32_t values[15] = {};
+    expect_write(0xC2, 1, {1, 100, 0, 0, 0, 56, 0});
+    expect_read(0xC2, 1, std::vector<uint8_t>(56, 0x11));
+    expect_write(0xC2, 1, {1, 114, 0, 0, 0, 4, 0});
+    expect_read(0xC2, 1, {1, 2, 3, 4});
+    ASSERT_TRUE(usb_ll_ops.reg_read(&dev, 1, 100, values, 15));
+    EXPECT_EQ(values[13], 0x11111111u);
+    EXPECT_EQ(values[14], 0x04030201u);
+    expect_write(0xC2, 0, {2, 5, 0, 0, 0, 4, 0, 9, 0, 0, 0});
+    const uint32_t nine = 9;
+    EXPECT_TRUE(usb_ll_ops.reg_write(&dev, 2, 5, &nine, 1));
+}
+
+TEST_F(UsbLink, StatusSaysBusyFailedOrAnotherCommand)
+{
+    open();
+    uint32_t target = 1;
+    FakeStep write;
+    write.type = 0xC0;
+    write.any_data = true;
+    g_bus.script.push_back(write);
+    for (int i = 0; i < 5; i++)
+        expect_status(0xC0, 0, 0xFE);
+    expect_status(0xC0, 0, 1);
+    EXPECT_TRUE(usb_ll_ops.dev_reset(&dev, static_cast<uint8_t>(target)));
+
+    g_bus.script.push_back(write);
+    expect_status(0xC0, 0, 0xFF, std::string(57, 'x')); // a message that fills its field has no NUL
+    EXPECT_FALSE(usb_ll_ops.dev_reset(&dev, 1));
+    EXPECT_TRUE(log.has("[usb_ll_check_last_cmd]" + std::string(57, 'x') + "\n"));
+
+    g_bus.script.push_back(write);
+    expect_status(0xC2, 0, 0);
+    EXPECT_FALSE(usb_ll_ops.dev_reset(&dev, 1));
+    EXPECT_TRUE(log.has(" last cmd (t=0xc2,v=0x0) is not as expect(t=0xc0,v=0x0)"));
+}
+
+TEST_F(UsbLink, GivesUpACommandAfterTwoSeconds)
+{
+    open();
+    FakeStep silent;
+    silent.type = 0xCC;
+    silent.value = 1;
+    silent.any_data = true;
+    silent.delay_ms = -1;
+    g_bus.script.push_back(silent);
+    uint8_t data[4] = {};
+    const auto start = clock_type::now();
+    EXPECT_FALSE(usb_ll_ops.exe_cmd(&dev, 1, 0xCC, 1, data, sizeof data, 50000));
+    EXPECT_GE(ms_since(start), 1950);
+    EXPECT_LT(ms_since(start), 2600);
+    EXPECT_TRUE(log.has("[usb_ll_exe_cmd]control transfer timeout !"));
+    EXPECT_TRUE(log.has("[usb_ll_exe_cmd]exe usb cmd failed: E-7"));
+    EXPECT_EQ(usb_priv(&dev)->in_flight, 0u);
+}
+
+TEST_F(UsbLink, CloseEndsADeviceThatIsBusyForGood)
+{
+    open();
+    FakeStep write;
+    write.type = 0xC0;
+    write.any_data = true;
+    g_bus.script.push_back(write);
+    g_bus.busy_forever = true;
+    std::thread caller([this] { EXPECT_FALSE(usb_ll_ops.dev_reset(&dev, 1)); });
+    ASSERT_TRUE(eventually([] { return fake_steps_left() == 0; }));
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    usb_priv(&dev)->closing = 1; // what a close does before it waits for the lock
+    caller.join();
+}
+
+TEST_F(UsbLink, RingDeliversAndDrains)
+{
+    open();
+    expect_write(0xC2, 4, {0, 0, 0, 0});
+    ASSERT_TRUE(usb_ll_ops.cap_start(&dev, 0, Sink::take, &sink));
+    EXPECT_EQ(g_bus.max_bulk_in, 16);
+    EXPECT_EQ(fake_bulk_in_waiting(), 16u);
+    for (uint8_t i = 0; i < 40; i++) {
+        ASSERT_TRUE(eventually([&] { return fake_bulk_in(LIBUSB_TRANSFER_COMPLETED, {i}); }));
+        ASSERT_TRUE(eventually([&] { return sink.count(0) == i + 1u; }));
+    }
+    for (uint8_t i = 0; i < 40; i++)
+        EXPECT_EQ(sink.bytes[i], i);
+    // A time-out and a stall bring their bytes and are told apart; the ring stays full.
+    fake_bulk_in(LIBUSB_TRANSFER_TIMED_OUT, {1, 2});
+    fake_bulk_in(LIBUSB_TRANSFER_STALL, {});
+    ASSERT_TRUE(eventually([&] { return sink.count(-5) == 1 && sink.count(-7) == 1; }));
+    EXPECT_EQ(sink.bytes.size(), 42u);
+    ASSERT_TRUE(eventually([] { return fake_bulk_in_waiting() == 16; }));
+    expect_write(0xC2, 5, {0xC2});
+    EXPECT_TRUE(usb_ll_ops.cap_stop(&dev));
+    ASSERT_TRUE(eventually([] { return fake_bulk_in_waiting() == 0; }));
+    // Again, at once.
+    expect_write(0xC2, 4, {0, 0, 0, 0});
+    ASSERT_TRUE(usb_ll_ops.cap_start(&dev, 0, Sink::take, &sink));
+    EXPECT_EQ(fake_bulk_in_waiting(), 16u);
+    // Closing in mid-stream leaves nothing with libusb: TearDown looks.
+}
+
+TEST_F(UsbLink, RefusedStartCancelsTheRing)
+{
+    open();
+    expect_write(0xC2, 4, {0, 0, 0, 0}, 0xFF);
+    EXPECT_FALSE(usb_ll_ops.cap_start(&dev, 0, Sink::take, &sink));
+    EXPECT_TRUE(log.has("[usb_ll_cap_start]tqcam_ll_cap_start failed"));
+    EXPECT_FALSE(log.has("[usb_ll_exe_cmd]exe"));
+}
+
+TEST_F(UsbLink, UnplugIsToldOnceAndEndsEverything)
+{
+    for (const int status : {LIBUSB_TRANSFER_NO_DEVICE, LIBUSB_TRANSFER_ERROR}) {
+        fake_reset();
+        g_bus.devices.push_back(FakeDevice());
+        dev = {};
+        open();
+        sink.codes.clear();
+        expect_write(0xC2, 4, {0, 0, 0, 0});
+        ASSERT_TRUE(usb_ll_ops.cap_start(&dev, 0, Sink::take, &sink));
+        fake_unplug(status);
+        ASSERT_TRUE(eventually([this] {
+            for (const usb_ll_rx_buf_t *buf : usb_priv(&dev)->bufs)
+                if (buf->issued)
+                    return false;
+            return true;
+        }));
+        EXPECT_EQ(sink.count(-10), 1u);
+        EXPECT_FALSE(usb_ll_ops.cap_stop(&dev));
+        const uint8_t byte = 1;
+        EXPECT_LT(usb_ll_ops.tx_data(&dev, &byte, 1), 0);
+        usb_ll_ops.dev_close(&dev);
+        EXPECT_EQ(dev.priv, nullptr);
+    }
+}
+
+TEST_F(UsbLink, FailedBulkSubmitReturns)
+{
+    open();
+    g_bus.submit_error_bulk_out = LIBUSB_ERROR_IO;
+    const uint8_t byte = 1;
+    EXPECT_EQ(usb_ll_ops.tx_data(&dev, &byte, 1), LIBUSB_ERROR_IO);
+    EXPECT_TRUE(log.has("[usb_ll_tx_data]trans[0] issue failed"));
+}
+
+TEST_F(UsbLink, ResetOfTheInterfaceFindsTheDeviceAgain)
+{
+    open();
+    FakeStep write;
+    write.type = 0xC0;
+    write.data = {3, 0, 0, 0};
+    g_bus.script.push_back(write); // no confirmation follows
+    g_bus.devices[0].addr = 4;     // it comes back with the next address
+    EXPECT_FALSE(usb_ll_ops.dev_reset(&dev, 3));
+    ASSERT_NE(dev.priv, nullptr);
+    EXPECT_EQ(dev.address.usb.addr, 4);
+    EXPECT_FALSE(log.has("reopen device failed"));
+}
+
+} // namespace
