@@ -2,17 +2,18 @@
 
 #include "image/smooth_kernels.h"
 #include "image/window.h"
+#include "simd/dispatch.h"
 
 void tq_box2d_u16_k3(uint16_t *dst, const uint16_t *src, int w, int h)
 {
     if (!dst || !src || !window_size_ok(__func__, w, h))
         return;
-    box2d_u16_k3_plain(dst, src, w, h);
+    (simd_enabled() ? box2d_u16_k3_simd : box2d_u16_k3_plain)(dst, src, w, h);
 }
 
 void tq_box2d_u32_k3(uint32_t *dst, const uint32_t *src, int w, int h)
 {
     if (!dst || !src || !window_size_ok(__func__, w, h))
         return;
-    box2d_u32_k3_plain(dst, src, w, h);
+    (simd_enabled() ? box2d_u32_k3_simd : box2d_u32_k3_plain)(dst, src, w, h);
 }

@@ -5,19 +5,20 @@
 #include "image/median_general.h"
 #include "image/smooth_kernels.h"
 #include "image/window.h"
+#include "simd/dispatch.h"
 
 void tq_median2d_u16_k3(uint16_t *dst, const uint16_t *src, int w, int h)
 {
     if (!dst || !src || !window_size_ok(__func__, w, h))
         return;
-    median2d_u16_k3_plain(dst, src, w, h);
+    (simd_enabled() ? median2d_u16_k3_simd : median2d_u16_k3_plain)(dst, src, w, h);
 }
 
 void tq_median2d_u16_k5(uint16_t *dst, const uint16_t *src, int w, int h)
 {
     if (!dst || !src || !window_size_ok(__func__, w, h))
         return;
-    median2d_u16_k5_plain(dst, src, w, h);
+    (simd_enabled() ? median2d_u16_k5_simd : median2d_u16_k5_plain)(dst, src, w, h);
 }
 
 void tq_median2d_u16(uint16_t *dst, const uint16_t *src, int w, int h, int kernel)

@@ -1,26 +1,32 @@
 #include "image/smooth_kernels.h"
 
-#include <algorithm>
 #include <cstddef>
 
 #include "image/window.h"
+
+// Without a branch: which one is less can't be foretold.
+static inline void _order(uint16_t &a, uint16_t &b)
+{
+    const uint16_t swap = (uint16_t)((a ^ b) & -(int)(b < a));
+    a ^= swap;
+    b ^= swap;
+}
 
 // The median of N values, N odd, by forgetting: of the first N / 2 + 2 values the least and the greatest
 // can't be the median. They go, the next value comes, until three are left.
 template <int N> static inline uint16_t _median_of(uint16_t *v)
 {
     for (int n = N / 2 + 2, next = n;; next++) {
-        // Least to the front, greatest to the end.
-        for (int i = 1; i < n; i++)
-            if (v[i] < v[0])
-                std::swap(v[0], v[i]);
-        for (int i = 1; i < n - 1; i++)
-            if (v[i] > v[n - 1])
-                std::swap(v[i], v[n - 1]);
+        uint16_t low = v[0], high = v[n - 1];
+        _order(low, high);
+        for (int i = 1; i < n - 1; i++) {
+            _order(low, v[i]);
+            _order(v[i], high);
+        }
         if (n == 3)
             return v[1];
-        v[0] = v[n - 2];    // forget the least
-        v[n - 2] = v[next]; // and the greatest
+        v[0] = v[n - 2]; // neither low nor high
+        v[n - 2] = v[next];
         n--;
     }
 }

@@ -5,7 +5,12 @@
 #include <cstdint>
 
 void median2d_u16_k3_plain(uint16_t *dst, const uint16_t *src, int w, int h);
+void median2d_u16_k3_simd(uint16_t *dst, const uint16_t *src, int w, int h);
 void median2d_u16_k5_plain(uint16_t *dst, const uint16_t *src, int w, int h);
+void median2d_u16_k5_simd(uint16_t *dst, const uint16_t *src, int w, int h);
 void box2d_u16_k3_plain(uint16_t *dst, const uint16_t *src, int w, int h);
+void box2d_u16_k3_simd(uint16_t *dst, const uint16_t *src, int w, int h);
 void box2d_u32_k3_plain(uint32_t *dst, const uint32_t *src, int w, int h);
+void box2d_u32_k3_simd(uint32_t *dst, const uint32_t *src, int w, int h);
 void gauss2d_u16_k3_plain(uint16_t *dst, const uint16_t *src, int w, int h);
+void gauss2d_u16_k3_simd(uint16_t *dst, const uint16_t *src, int w, int h);
