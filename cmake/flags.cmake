@@ -15,3 +15,9 @@ if(TQCAM_BUILD_FUZZ)
   add_compile_options(-fsanitize=fuzzer-no-link,address,undefined -fno-sanitize-recover=undefined -fno-omit-frame-pointer)
   add_link_options(-fsanitize=address,undefined)
 endif()
+# The vector forms keep vectors in structures, which vectors without a fixed width can't be; such processors run
+# the 128-bit forms.
+if(CMAKE_SYSTEM_PROCESSOR MATCHES "aarch64|arm|riscv")
+  target_compile_definitions(tqcam_flags INTERFACE
+    "HWY_DISABLED_TARGETS=(HWY_SVE|HWY_SVE2|HWY_SVE_256|HWY_SVE2_128|HWY_RVV)")
+endif()
