@@ -6,12 +6,8 @@
 #include "link/link_ops.h"
 #include "log/log.h"
 
-// Not in every build yet: what isn't there answers like a link without devices.
-extern const tqcam_ll_ops_t file_ll_ops __attribute__((weak));
-
 namespace {
-const tqcam_ll_ops_t *const _file_or_usb = &file_ll_ops ? &file_ll_ops : &usb_ll_ops;
-const tqcam_ll_ops_t *const _links[] = {&usb_ll_ops, _file_or_usb};
+const tqcam_ll_ops_t *const _links[] = {&usb_ll_ops, &file_ll_ops};
 
 const tqcam_ll_ops_t *_ops(const tqcam_ll_dev_t *dev)
 {
