@@ -62,7 +62,7 @@ typedef struct tq_bpf2d_iir_t {
     uint32_t range_n;
     float alpha_x, alpha_y; /* feedback along rows and columns */
     uint16_t *dst;          /* image of the running call */
-    float *sum, *norm;      /* planes of w * h values between the row and the column pass; owned */
+    float *sum, *norm;      /* planes of at least w * h values between the row and the column pass; owned */
     float *line[6];         /* buffers of 32 * max(w, h) bytes each, one behind the other; owned by line[0] */
 } tq_bpf2d_iir_t;
 

@@ -7,11 +7,24 @@
 
 #include "image/depth_kernels.h"
 #include "log/log.h"
+#include "simd/dispatch.h"
 #include "simd/flush_subnormals.h"
 
+// Zeroed, and on a cache line.
 static float *_alloc(uint64_t n)
 {
-    return (float *)calloc(n, sizeof(float));
+    const size_t bytes = (n * sizeof(float) + 63) / 64 * 64;
+    void *p = aligned_alloc(64, bytes);
+    return (float *)(p ? memset(p, 0, bytes) : nullptr);
+}
+
+// Six line buffers, or what the vector form keeps of a block: of 16 rows the weights, both sums and the
+// pixels, of 32 columns the weights and both sums.
+static uint64_t _line_room(uint64_t w, uint64_t h)
+{
+    const uint64_t rows = (w + 15) / 16 * 16 * kBpf2dRows * 7 / 2;
+    const uint64_t columns = h * kBpf2dCols * 3;
+    return std::max({6 * 8 * std::max(w, h), rows, columns});
 }
 
 static void _make_tables(tq_bpf2d_iir_t *f)
@@ -41,9 +54,10 @@ bool tq_bpf2d_iir_init(tq_bpf2d_iir_t *f, uint32_t w, uint32_t h, uint16_t vmin,
     if (vmin <= vmax) {
         f->range_n = (uint32_t)(vmax - vmin) + 1;
         f->range_tbl = _alloc(3 * (uint64_t)f->range_n);
-        f->sum = _alloc((uint64_t)w * h);
-        f->norm = _alloc((uint64_t)w * h);
-        f->line[0] = _alloc(6 * 8 * (uint64_t)std::max(w, h));
+        const uint64_t plane = ((uint64_t)w + kBpf2dCols - 1) / kBpf2dCols * kBpf2dCols * h;
+        f->sum = _alloc(plane);
+        f->norm = _alloc(plane);
+        f->line[0] = _alloc(_line_room(w, h));
     }
     if (!f->range_tbl || !f->sum || !f->norm || !f->line[0]) {
         LOG_ERROR("[%s]cannot malloc buffers for BPF\n");
@@ -83,5 +97,8 @@ void tq_bpf2d_iir(tq_bpf2d_iir_t *f, uint16_t *dst, const uint16_t *src, uint32_
     }
     f->dst = dst;
     const FlushSubnormals flush;
-    bpf2d_iir_plain(f, dst, src);
+    if (simd_enabled())
+        bpf2d_iir_simd(f, dst, src);
+    else
+        bpf2d_iir_plain(f, dst, src);
 }

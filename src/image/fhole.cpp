@@ -7,6 +7,7 @@
 
 #include "image/depth_kernels.h"
 #include "log/log.h"
+#include "simd/dispatch.h"
 
 // What in-place filling reads is what it writes.
 static const uint16_t *_fill_source(uint16_t *dst, const uint16_t *src, int w, int h, int in_place)
@@ -23,7 +24,10 @@ void tq_fhole_u16_k3(uint16_t *dst, const uint16_t *src, int w, int h, int in_pl
     if (!dst || !src || w < 2 || h < 2)
         return;
     src = _fill_source(dst, src, w, h, in_place);
-    fhole_u16_k3_plain(dst, src, w, h);
+    if (simd_enabled() && src != dst)
+        fhole_u16_k3_simd(dst, src, w, h);
+    else
+        fhole_u16_k3_plain(dst, src, w, h);
 }
 
 void tq_fhole_u16_k5(uint16_t *dst, const uint16_t *src, int w, int h, int in_place)
