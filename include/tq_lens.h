@@ -27,8 +27,8 @@ extern "C" {
 /* In the table: the output pixel has no source in the image. */
 #define TQ_CALIB_LEN_NO_SOURCE 0xFFFFFFFFu
 
-/* A map starts as zeros and is set by tq_calib_len_init_map. Setting and freeing need the map for themselves;
- * any number of threads may gather through a set one. */
+/* A map starts as zeros and is set by tq_calib_len_init_map. Any number of threads may gather through a map
+ * while one other replaces or frees it; take its fields as read-only. */
 typedef struct tq_calib_len_map_t {
     uint32_t *map; /* w * h source indices, row-major, or TQ_CALIB_LEN_NO_SOURCE; owned */
     int32_t n;     /* w * h */

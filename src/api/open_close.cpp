@@ -12,9 +12,6 @@
 #include "drivers/driver.h"
 #include "log/log.h"
 
-// Not in every build yet.
-extern "C" bool tqcam_lens_param_get(tqcam_dev_t *dev, tqcam_lens_info_t *out) __attribute__((weak));
-
 namespace {
 constexpr int URI_ROOM = 256;
 constexpr size_t CALIB_FREQS_BYTES = 150;
@@ -242,7 +239,7 @@ void _start_driver(tqcam_dev_t *dev, const char *caller)
     if (drv->ops->calib_freq_get && drv->ops->calib_freq_get(drv, info.calib_freqs, &count) >= 0)
         info.calib_freq_cnt = count < CALIB_FREQS_ROOM ? count : CALIB_FREQS_ROOM;
     tqcam_lens_info_t lens;
-    if (tqcam_lens_param_get && tqcam_lens_param_get(dev, &lens))
+    if (tqcam_lens_param_get(dev, &lens))
         info.lens_param = lens;
     memcpy(info.drv_name, drv->desc, strnlen(drv->desc, sizeof(info.drv_name) - 1));
 }

@@ -5,11 +5,36 @@
 #include <cstdlib>
 #include <cstring>
 
+#include <pthread.h>
+
 #include "tq_lens.h"
 
 #include "log/log.h"
 
 namespace {
+
+// Readers gather through a map, a writer exchanges it: a region of interest may change on one thread while
+// another undistorts. One lock serves all maps, since the exchange takes an instant and comes once in a
+// while.
+pthread_rwlock_t g_map_lock = PTHREAD_RWLOCK_INITIALIZER;
+
+class MapReader {
+  public:
+    MapReader() { pthread_rwlock_rdlock(&g_map_lock); }
+    ~MapReader() { pthread_rwlock_unlock(&g_map_lock); }
+    MapReader(const MapReader &) = delete;
+    MapReader &operator=(const MapReader &) = delete;
+};
+
+// Puts a map in the place of another and hands out what was there.
+tq_calib_len_map_t _len_exchange(tq_calib_len_map_t *map, const tq_calib_len_map_t &with)
+{
+    pthread_rwlock_wrlock(&g_map_lock);
+    const tq_calib_len_map_t was = *map;
+    *map = with;
+    pthread_rwlock_unlock(&g_map_lock);
+    return was;
+}
 
 // Far above any sensor; keeps a damaged size from taking the machine's memory.
 constexpr uint64_t LEN_MAP_MAX_PIXELS = 1u << 26;
@@ -178,6 +203,7 @@ template <class T, class Gather>
 bool _len_undistort_image(const char *name, const tq_calib_len_map_t *map, T *dst, int dst_len, const T *src,
                           int w, int h, T fill, Gather gather)
 {
+    MapReader reader;
     if (!map || !dst || !src || !map->inited || !map->map || w != map->w || h != map->h) {
         LOG_AS(6, "ERR", name, "[%s]Wrong parameter: calib_map: %dx%d, src_img: %dx%d\n", map ? map->w : 0,
                map ? map->h : 0, w, h);
@@ -203,53 +229,66 @@ bool _len_undistort_image(const char *name, const tq_calib_len_map_t *map, T *ds
 
 } // namespace
 
+// Builds the map of a lens; unset when there is none to be had. name is the public function, for the log.
+static tq_calib_len_map_t _len_build(const char *name, const tqcam_lens_param_t *lens)
+{
+    tqcam_lens_param_t l;
+    memcpy(&l, lens, sizeof(l));
+    LOG_AS(0, "TRC", name, "[%s] len map: cx/cy/fx/fy=%.3f/%.3f/%.3f/%.3f, img=%u x %u, n_dcoef=%d\n", l.cx,
+           l.cy, l.fx, l.fy, l.img_w, l.img_h, l.n_dcoef);
+    for (int i = 0; i < l.n_dcoef && i < TQ_LENS_DCOEF_NUM; i++)
+        LOG_AS(0, "TRC", name, "[%s]          coef[%d]: %f\n", i, l.dcoef[i]);
+
+    const uint64_t n = (uint64_t)l.img_w * l.img_h;
+    if (n == 0 || n > LEN_MAP_MAX_PIXELS) {
+        LOG_AS(6, "ERR", name, "[%s]wrong parameter: img=%u x %u\n", l.img_w, l.img_h);
+        return {};
+    }
+    tq_calib_len_map_t map = {};
+    map.map = (uint32_t *)malloc(n * sizeof(uint32_t));
+    if (!map.map) {
+        LOG_AS(6, "ERR", name, "[%s]malloc failed\n");
+        return {};
+    }
+    map.n = (int32_t)n;
+    map.w = (int32_t)l.img_w;
+    map.h = (int32_t)l.img_h;
+    if (!_len_fill(&map, l)) {
+        LOG_AS(5, "WRN", name, "[%s]lens is unusable: no pixel has a source\n");
+        std::fill_n(map.map, n, TQ_CALIB_LEN_NO_SOURCE);
+    }
+    map.inited = 1;
+    return map;
+}
+
 void tq_calib_len_init_map(tq_calib_len_map_t *map, const tqcam_lens_param_t *lens)
 {
     if (!map || !lens) {
         LOG_ERROR("[%s]wrong parameter\n");
         return;
     }
-    tqcam_lens_param_t l;
-    memcpy(&l, lens, sizeof(l));
-    *map = {};
-    LOG_TRACE("[%s] len map: cx/cy/fx/fy=%.3f/%.3f/%.3f/%.3f, img=%u x %u, n_dcoef=%d\n", l.cx, l.cy, l.fx,
-              l.fy, l.img_w, l.img_h, l.n_dcoef);
-    for (int i = 0; i < l.n_dcoef && i < TQ_LENS_DCOEF_NUM; i++)
-        LOG_TRACE("[%s]          coef[%d]: %f\n", i, l.dcoef[i]);
-
-    const uint64_t n = (uint64_t)l.img_w * l.img_h;
-    if (n == 0 || n > LEN_MAP_MAX_PIXELS) {
-        LOG_ERROR("[%s]wrong parameter: img=%u x %u\n", l.img_w, l.img_h);
-        return;
-    }
-    map->map = (uint32_t *)malloc(n * sizeof(uint32_t));
-    if (!map->map) {
-        LOG_ERROR("[%s]malloc failed\n");
-        return;
-    }
-    map->n = (int32_t)n;
-    map->w = (int32_t)l.img_w;
-    map->h = (int32_t)l.img_h;
-    if (!_len_fill(map, l)) {
-        LOG_WARN("[%s]lens is unusable: no pixel has a source\n");
-        std::fill_n(map->map, n, TQ_CALIB_LEN_NO_SOURCE);
-    }
-    map->inited = 1;
+    _len_exchange(map, _len_build(__func__, lens));
 }
 
 void tq_calib_len_update_map(tq_calib_len_map_t *map, const tqcam_lens_param_t *lens)
 {
-    tq_calib_len_uninit_map(map);
-    tq_calib_len_init_map(map, lens);
+    if (!map || !lens) {
+        LOG_ERROR("[%s]wrong parameter\n");
+        return;
+    }
+    const tq_calib_len_map_t was = _len_exchange(map, _len_build("tq_calib_len_init_map", lens));
+    if (was.inited)
+        free(was.map);
 }
 
 void tq_calib_len_uninit_map(tq_calib_len_map_t *map)
 {
     if (!map || !map->inited)
         return;
-    free(map->map);
-    map->map = nullptr;
-    map->inited = 0;
+    tq_calib_len_map_t unset = *map;
+    unset.map = nullptr;
+    unset.inited = 0;
+    free(_len_exchange(map, unset).map);
 }
 
 bool tq_calib_len_undistort_f32(const tq_calib_len_map_t *map, float *dst, int dst_len, const float *src,
