@@ -7,16 +7,16 @@
 
 // Searched in this order. A row gets its operations with its driver; one without is not found.
 static tqcam_drv_t _drv_table[] = {
-    {"TI OP8241 chip driver", "T0", nullptr, nullptr, nullptr},
-    {"EPC chip driver", "E1", nullptr, nullptr, nullptr},
-    {"EPC chip driver", "E2", nullptr, nullptr, nullptr},
-    {"EPC chip driver", "E3", nullptr, nullptr, nullptr},
+    {"TI OP8241 chip driver", "T0", &op8241_ops, nullptr, nullptr},
+    {"EPC chip driver", "E1", &epc_ops, nullptr, nullptr},
+    {"EPC chip driver", "E2", &epc_ops, nullptr, nullptr},
+    {"EPC chip driver", "E3", &epc_ops, nullptr, nullptr},
     {"SONY chip driver", "S1", nullptr, nullptr, nullptr},
     {"SONY chip driver", "S2", nullptr, nullptr, nullptr},
     {"SONY chip driver", "S3", nullptr, nullptr, nullptr},
     {"SONY IMX570 driver", "S570C4", nullptr, nullptr, nullptr},
-    {"EPC chip driver", "E4", nullptr, nullptr, nullptr},
-    {"EPC chip driver", "E5", nullptr, nullptr, nullptr},
+    {"EPC chip driver", "E4", &epc_ops, nullptr, nullptr},
+    {"EPC chip driver", "E5", &epc_ops, nullptr, nullptr},
 };
 
 // A product string reads "maker-chip-rest"; the chip word is compared whole.
