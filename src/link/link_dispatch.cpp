@@ -157,3 +157,8 @@ bool tqcam_ll_param_get(tqcam_ll_dev_t *dev, tqcam_ll_param_t *items, int count)
     const tqcam_ll_ops_t *ops = _ops(dev);
     return ops && ops->param_get(dev, items, count);
 }
+
+int tqcam_ll_firmware_upgrade(tqcam_ll_dev_t *dev, uint16_t type, uint16_t version, const char *path)
+{
+    return tqcam_bin_data_write(dev, type, version, 0, path);
+}
