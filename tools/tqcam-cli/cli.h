@@ -28,6 +28,10 @@ void add_play(CLI::App &app, const GlobalOptions &global);
 void add_export(CLI::App &app, const GlobalOptions &global);
 void add_params(CLI::App &app, const GlobalOptions &global);
 void add_filter(CLI::App &app, const GlobalOptions &global);
+void add_snapshot(CLI::App &app, const GlobalOptions &global);
+void add_record(CLI::App &app, const GlobalOptions &global);
+void add_convert(CLI::App &app, const GlobalOptions &global);
+void add_palette(CLI::App &app, const GlobalOptions &global);
 
 // The library, started for one command and ended with it.
 class Library {

@@ -22,8 +22,12 @@ int main(int argc, char **argv)
     add_info(app, global);
     add_play(app, global);
     add_export(app, global);
+    add_snapshot(app, global);
+    add_record(app, global);
     add_params(app, global);
     add_filter(app, global);
+    add_convert(app, global);
+    add_palette(app, global);
 
     interrupt_catch();
     try {
