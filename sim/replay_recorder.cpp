@@ -27,7 +27,7 @@ sim_identity_t sim_identity(const sim_config_t &cfg)
     id.dev_id = static_cast<uint64_t>(id.serial[0]) << 32 | low;
     id.dev_id32 = id.serial[0] ^ static_cast<uint32_t>(id.wid << 16 | id.cid);
     id.hardware = 1;
-    id.software = 100;
+    id.software = 200;
     id.boot = 10;
     return id;
 }
