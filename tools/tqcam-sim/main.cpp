@@ -1,4 +1,5 @@
-// tqcam-sim: records what a simulated camera sees, for people and tests without a camera.
+// tqcam-sim: records what a simulated camera sees, or serves it as a USB device, for people and tests without
+// a camera.
 #include "commands.h"
 #include "options.h"
 #include "progress.h"
@@ -24,11 +25,14 @@ int main(int argc, char **argv)
         "show the cameras and leave");
     RecordOptions record;
     record_add(app, record);
+    UsbOptions usb;
+    usb_add(app, usb);
 
     interrupt_catch();
     try {
         app.parse(argc, argv);
-        record_run(record);
+        if (app.get_subcommands().empty())
+            record_run(record);
     } catch (const CLI::Success &done) {
         return app.exit(done);
     } catch (const CLI::ParseError &error) {
