@@ -12,6 +12,8 @@
 #include "drivers/driver.h"
 #include "log/log.h"
 
+int dev_close_polls = 200;
+
 namespace {
 constexpr int URI_ROOM = 256;
 constexpr size_t CALIB_FREQS_BYTES = 150;
@@ -19,7 +21,7 @@ constexpr uint32_t CALIB_FREQS_ROOM = CALIB_FREQS_BYTES / sizeof(uint32_t);
 constexpr uint32_t CACHE_FRAMES = 10;
 constexpr int RESET_USB = 3, RESET_MAX = 8;
 constexpr int USB_SPEED_FULL = 2; // libusb's code; up to here the camera can't stream
-constexpr int CLOSE_POLL_US = 100000, CLOSE_POLLS = 200;
+constexpr int CLOSE_POLL_US = 100000;
 
 tqcam_dev_t _default_dev; // of tqcam_dev_open(NULL); its storage outlives the close
 
@@ -114,7 +116,7 @@ bool _shut(tqcam_dev_t *dev)
         pthread_cond_broadcast(&dev->priv->rdy_cond);
     }
     for (int polls = 0; dev_count_active(dev) != 0; polls++) {
-        if (polls == CLOSE_POLLS)
+        if (polls == dev_close_polls)
             return false;
         usleep(CLOSE_POLL_US);
     }
@@ -388,10 +390,8 @@ void tqcam_dev_close(tqcam_dev_t *dev)
 
 tqcam_dev_info_t *tqcam_dev_get_info(tqcam_dev_t *dev, tqcam_dev_info_t *info)
 {
-    if (!dev || !info)
-        return nullptr;
     ApiGuard guard(dev, __func__);
-    if (!guard)
+    if (!guard || !info)
         return nullptr;
     *info = dev->priv->info;
     return info;

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <algorithm>
+#include <atomic>
 #include <cstdarg>
 #include <cstdio>
 #include <cstring>
@@ -47,16 +48,16 @@ struct FakeCamera {
     int slow_rounds = 0;       // so often the camera comes up at low speed
     bool reset_reopens = true; // a reset leaves the link open
     std::map<int, std::vector<uint8_t>> params;
-    int consume = 0;      // so many frames are the driver's own (0xDCBA)
-    int need_data = 0;    // result of frame_need_data
-    int calib_result = 0; // of drv_calib_load
+    std::atomic<int> consume{0}; // so many frames are the driver's own (0xDCBA)
+    int need_data = 0;           // result of frame_need_data
+    int calib_result = 0;        // of drv_calib_load
+    int frames_on_start = 0;
     bool info_ok = true;
     uint32_t meta_intg_us = 0;
     std::function<int(void *dst, uint32_t dst_size, int kind)> decode;
 
     CallLog calls;
-    tqcam_ll_rx_cb_t rx = nullptr;
-    void *rx_arg = nullptr;
+    std::atomic<tqcam_ll_rx_cb_t> rx{nullptr}; // of the run; its argument is the handle
     tqcam_dev_t dev = {};
 
     FakeCamera()
@@ -107,8 +108,8 @@ struct FakeCamera {
     // An event of the link's event thread.
     void event(int32_t code, const void *data = nullptr, uint32_t len = 0)
     {
-        if (rx)
-            rx(&dev.priv->ll, code, data, len, rx_arg);
+        if (tqcam_ll_rx_cb_t cb = rx)
+            cb(&dev.priv->ll, code, data, len, &dev);
     }
     // Sends one whole frame of len bytes, all with the value of its index, as one packet.
     void send_frame(uint16_t idx, uint32_t len = 64, uint16_t fmt = 2, uint32_t meta_len = 0)
@@ -189,9 +190,11 @@ inline const tqcam_ll_ops_t FakeCamera::link_ops = {
     .cap_wait = [](tqcam_ll_dev_t *) { fake_note("link.wait"); },
     .cap_start =
         [](tqcam_ll_dev_t *, uint32_t mode, tqcam_ll_rx_cb_t cb, void *arg) {
+            EXPECT_EQ(arg, &current->dev);
             fake_note("link.start %u", mode);
             current->rx = cb;
-            current->rx_arg = arg;
+            for (int i = 0; i < current->frames_on_start; i++)
+                current->send_frame(static_cast<uint16_t>(i));
             return current->start_ok;
         },
     .cap_stop =

@@ -56,10 +56,14 @@ TEST(Library, PathFolders)
         int result;
         const char *made, *not_made;
     } const cases[] = {
-        {"a/b/", 0, "a/b", "a/b/b"},       {"c/d", 0, "c", "c/d"}, // a last name without separator is the
-                                                                   // beginning of file names
-        {"e\\f\\", 0, "e/f", "e\\f"},      {"a/b/", 0, "a/b", "a/b/b"}, // again
-        {"file/x/", -1, "file", "file/x"}, {"", -1, ".", "none"},       {"g", -1, ".", "g"},
+        {"a/b/", 0, "a/b", "a/b/b"},
+        {"c/d", 0, "c", "c/d"}, // a last name without separator is the
+                                // beginning of file names
+        {"e\\f\\", 0, "e/f", "e\\f"},
+        {"a/b/", 0, "a/b", "a/b/b"}, // again
+        {"file/x/", -1, "file", "file/x"},
+        {"", -1, ".", "none"},
+        {"g", -1, ".", "g"},
     };
     TempDir dir;
     std::ofstream("file") << "in the way";

@@ -141,6 +141,7 @@ TEST_F(Params, HostileCountsAndClosedHandles)
     EXPECT_EQ(cam.calls.take(), (events_t{"link.reg_write 5 8 1", "link.reg_read 5 8 1"}));
 
     char name[32];
+    tqcam_path_set("");
     cam.priv()->dev_id32 = 42;
     EXPECT_TRUE(tq_priv_get_param_absolute_name(&cam.dev, name, 16));
     EXPECT_STREQ(name, "tqcam_param_42."); // cut
