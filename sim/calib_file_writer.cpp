@@ -175,6 +175,6 @@ bool sim_calib_save(const std::string &path, const std::vector<uint8_t> &bytes)
     FILE *fp = std::fopen(path.c_str(), "wb");
     if (!fp)
         return false;
-    const bool whole = std::fwrite(bytes.data(), 1, bytes.size(), fp) == bytes.size();
+    const bool whole = bytes.empty() || std::fwrite(bytes.data(), 1, bytes.size(), fp) == bytes.size();
     return std::fclose(fp) == 0 && whole;
 }
