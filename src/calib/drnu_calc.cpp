@@ -171,8 +171,9 @@ static void _default_steps(const calc_t *c)
     }
 }
 
-// The EPC sensor delivers its rows from the middle outwards, and older files keep them so.
-static void _sort_rows(const calc_t *c)
+// The EPC sensor delivers its rows from the middle outwards, and so planes hold them. Older files show images
+// from top to bottom.
+static void _unsort_rows(const calc_t *c)
 {
     if (_is_stepped(c) || c->w != 320 || c->h != 240)
         return;
@@ -439,7 +440,7 @@ bool calib_drnu_result_calc(calib_drnu_input_t *in, calib_result_t *res)
         return false;
     _fix_one_pixel(&c);
     _default_steps(&c);
-    _sort_rows(&c);
+    _unsort_rows(&c);
     _count_distances(&c);
     _measure_centre(&c);
     float mr;

@@ -136,7 +136,7 @@ TEST(DrnuCalc, RepairsOlderFiles)
                 refs[i].ref_um = 500000 + 300000 * i;
                 refs[i].nc = 0;
                 std::vector<uint16_t> img = refs[i].phase, sorted = img;
-                if (blk_ver < 142) // rows from the middle outwards
+                if (blk_ver < 142) // from top to bottom; cam counts rows as they leave the sensor
                     for (int row = 0; row < 240; row++)
                         std::copy_n(&sorted[320 * (row < 120 ? 238 - 2 * row : 2 * (row - 120) + 1)], 320,
                                     &img[320 * row]);
