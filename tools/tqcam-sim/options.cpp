@@ -1,5 +1,7 @@
 #include "options.h"
 
+#include "calib_render.h"
+
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -22,7 +24,11 @@ void CameraOptions::add(CLI::App &app)
     app.add_option("--seed", seed,
                    "what random numbers start from; the same seed gives the same camera and frames")
         ->capture_default_str();
-    app.add_option("--calib", calib, "calibration file that the camera carries")->check(CLI::ExistingFile);
+    CLI::Option *file = app.add_option("--calib", calib, "calibration file that the camera carries")
+                            ->check(CLI::ExistingFile);
+    app.add_flag("--with-calibration", with_calibration,
+                 "the camera carries the calibration that undoes its --defects")
+        ->excludes(file);
 
     const std::string in_scene = "Scene";
     app.add_option("--scene", scene,
@@ -132,6 +138,12 @@ sim_config_t CameraOptions::config() const
 
 std::vector<uint8_t> CameraOptions::calib_bytes() const
 {
+    if (with_calibration) {
+        const sim_config_t cfg = config();
+        sim_camera_t cam;
+        sim_camera_init(&cam, cfg.camera, cfg.defects, cfg.seed);
+        return sim_calib_file_bytes(sim_calib_render(cam, sim_calib_plan(cfg.freq0, cfg.freq1)));
+    }
     std::vector<uint8_t> bytes;
     if (calib.empty())
         return bytes;
@@ -143,6 +155,11 @@ std::vector<uint8_t> CameraOptions::calib_bytes() const
     if (!file || ferror(file.get()) != 0 || bytes.empty())
         throw SimError{EXIT_FAILED, "can't read calibration file " + calib};
     return bytes;
+}
+
+std::string CameraOptions::calib_name() const
+{
+    return with_calibration ? "simulated.bin" : calib;
 }
 
 std::string camera_table()

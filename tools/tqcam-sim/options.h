@@ -25,15 +25,17 @@ struct CameraOptions {
         shot, read, saturation, flying;
     std::optional<uint32_t> format, fps, intg, intg2;
     uint64_t seed = 1;
-    bool still = false;
+    bool still = false, with_calibration = false;
 
     void add(CLI::App &app);
 
     // The settings, checked. Throws SimError.
     sim_config_t config() const;
 
-    // The bytes of the calibration file, empty when none was named. Throws SimError.
+    // The calibration file that the camera carries: the one named, or one made for this camera; empty without
+    // either. Throws SimError.
     std::vector<uint8_t> calib_bytes() const;
+    std::string calib_name() const;
 };
 
 std::string camera_table();

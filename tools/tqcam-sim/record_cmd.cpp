@@ -25,7 +25,7 @@ void record_run(const RecordOptions &options)
     sim_recorder_t rec;
     std::string error;
     if (!sim_recorder_open(&rec, options.out.c_str(), options.no_truth ? nullptr : truth.c_str(), cfg,
-                           options.camera.calib, calib, &error))
+                           options.camera.calib_name(), calib, &error))
         throw SimError{EXIT_FAILED, error};
 
     const sim_source_ptr_t source = sim_source_live(cfg);
