@@ -1,9 +1,11 @@
 #include "replay/oni_writer.h"
 
+#include <cerrno>
 #include <cstdlib>
 #include <cstring>
 #include <ctime>
 
+#include <unistd.h>
 #include <uthash.h>
 
 #include "log/log.h"
@@ -78,18 +80,37 @@ bool _writer_string(oni_writer_t *w, const char *text)
     return _writer_u32(w, len + 1) && _writer_field(w, text, len) && _writer_field(w, "", 1);
 }
 
-// Writes out what is staged.
-void _writer_end(oni_writer_t *w)
-{
-    if (w->buf_size == 0 || !w->cursor)
-        return;
-    const size_t size = oni_get_u32(w->buf + ONI_REC_OFS_FIELDS) + oni_get_u32(w->buf + ONI_REC_OFS_PAYLOAD);
-    (void)!fwrite(w->buf, 1, size, w->fp);
-}
-
 uint64_t _writer_pos(oni_writer_t *w)
 {
     return static_cast<uint64_t>(ftello(w->fp));
+}
+
+// Writes out what is staged, where the file stands. False when not all of it went out.
+bool _writer_out(oni_writer_t *w)
+{
+    const size_t size = oni_get_u32(w->buf + ONI_REC_OFS_FIELDS) + oni_get_u32(w->buf + ONI_REC_OFS_PAYLOAD);
+    return fwrite(w->buf, 1, size, w->fp) == size;
+}
+
+// Appends the staged record. A record that the file takes only in part would end every reading there, so it
+// is cut off again.
+bool _writer_end(oni_writer_t *w)
+{
+    if (w->buf_size == 0 || !w->cursor)
+        return true;
+    if (w->full)
+        return false;
+    const uint64_t pos = _writer_pos(w);
+    if (_writer_out(w))
+        return true;
+    if (!w->full_told)
+        LOG_WARN("[%s]write replay file failed: %s\n", strerror(errno));
+    w->full = 1;
+    w->full_told = 1;
+    const off_t end = static_cast<off_t>(pos);
+    if (ftruncate(fileno(w->fp), end) != 0 || fseeko(w->fp, end, SEEK_SET) != 0)
+        LOG_WARN("[%s]replay file ends in a cut record\n");
+    return false;
 }
 
 bool _writer_file_hdr(oni_writer_t *w)
@@ -119,8 +140,8 @@ const char *_default_name(uint32_t type)
     }
 }
 
-// The node-added record, at creation and again, in the same size, at close.
-void _ostream_write_node(oni_ostream_t *s, uint32_t frames, uint64_t max_ts, uint64_t seek_pos)
+// Stages the node-added record, at creation and again, in the same size, at close.
+void _ostream_stage_node(oni_ostream_t *s, uint32_t frames, uint64_t max_ts, uint64_t seek_pos)
 {
     oni_writer_t *w = s->writer;
     _writer_begin(w, ONI_REC_NODE_ADDED, s->node_id, 0);
@@ -131,7 +152,6 @@ void _ostream_write_node(oni_ostream_t *s, uint32_t frames, uint64_t max_ts, uin
     _writer_u64(w, 0);
     _writer_u64(w, max_ts);
     _writer_u64(w, seek_pos);
-    _writer_end(w);
 }
 
 void _ostream_set_int(oni_ostream_t *s, const char *name, uint64_t value)
@@ -283,6 +303,8 @@ oni_writer_t *oni_writer_open(const char *path)
         return nullptr;
     w->fp = path ? fopen(path, "wb+") : nullptr;
     w->buf = static_cast<uint8_t *>(malloc(WRITER_BUF_SIZE));
+    if (w->fp)
+        setvbuf(w->fp, nullptr, _IONBF, 0);
     if (w->fp && w->buf && _writer_file_hdr(w)) {
         w->buf_size = WRITER_BUF_SIZE;
         return w;
@@ -305,6 +327,7 @@ void oni_writer_close(oni_writer_t *writer)
             slot = nullptr;
         }
     }
+    writer->full = 0;
     _writer_begin(writer, ONI_REC_END, 0, 0);
     _writer_end(writer);
     if (fseeko(writer->fp, 0, SEEK_SET) == 0)
@@ -341,9 +364,14 @@ oni_ostream_t *oni_ostream_open(oni_writer_t *writer, const oni_stream_cfg_t *cf
     s->writer = writer;
     s->node_id = ++writer->max_node_id;
     s->node_pos = _writer_pos(writer);
-    *slot = s;
 
-    _ostream_write_node(s, ONI_FRAMES_UNKNOWN, UINT64_MAX, 0);
+    _ostream_stage_node(s, ONI_FRAMES_UNKNOWN, UINT64_MAX, 0);
+    if (!_writer_end(writer)) { // the header must name no node that the file lacks
+        writer->max_node_id--;
+        _ostream_free(s);
+        return nullptr;
+    }
+    *slot = s;
     if (cfg->type != ONI_NODE_DEVICE && cfg->type != UINT32_MAX)
         _ostream_write_properties(s);
     _writer_begin(writer, ONI_REC_NODE_READY, s->node_id, 0);
@@ -356,10 +384,11 @@ void oni_ostream_close(oni_ostream_t *stream)
     if (!stream || !stream->writer)
         return;
     oni_writer_t *w = stream->writer;
+    w->full = 0; // where a cut frame was may be room for what closes the stream
     _writer_begin(w, ONI_REC_NODE_REMOVED, stream->node_id, stream->node_pos);
     _writer_end(w);
 
-    const uint64_t seek_pos = _writer_pos(w);
+    uint64_t seek_pos = _writer_pos(w);
     const uint8_t zero_entry[ONI_SEEK_ENTRY_SIZE] = {};
     const uint64_t entries = static_cast<uint64_t>(stream->frame_count) * ONI_SEEK_ENTRY_SIZE;
     _writer_begin(w, ONI_REC_SEEK_TABLE, stream->node_id, 0);
@@ -367,11 +396,14 @@ void oni_ostream_close(oni_ostream_t *stream)
         _writer_payload(w, zero_entry, sizeof(zero_entry));
         _writer_payload(w, stream->seek_list, static_cast<uint32_t>(entries));
     }
-    _writer_end(w);
+    if (!_writer_end(w))
+        seek_pos = 0; // none
 
     const uint64_t end = _writer_pos(w);
-    if (fseeko(w->fp, static_cast<off_t>(stream->node_pos), SEEK_SET) == 0)
-        _ostream_write_node(stream, stream->frame_count, stream->last_ts, seek_pos);
+    if (fseeko(w->fp, static_cast<off_t>(stream->node_pos), SEEK_SET) == 0) {
+        _ostream_stage_node(stream, stream->frame_count, stream->last_ts, seek_pos);
+        (void)_writer_out(w);
+    }
     if (w->max_node_id < stream->node_id)
         w->max_node_id = stream->node_id;
     (void)fseeko(w->fp, static_cast<off_t>(end), SEEK_SET);
@@ -434,7 +466,8 @@ void oni_ostream_save_frame(oni_ostream_t *stream, const void *data, uint32_t le
         _writer_begin(w, ONI_REC_DATA_BEGIN, stream->node_id, 0);
         _writer_u32(w, ONI_FRAMES_UNKNOWN);
         _writer_u64(w, UINT64_MAX);
-        _writer_end(w);
+        if (!_writer_end(w))
+            return;
         stream->started = 1;
     }
     if (ts == 0) {
@@ -442,10 +475,13 @@ void oni_ostream_save_frame(oni_ostream_t *stream, const void *data, uint32_t le
         clock_gettime(CLOCK_REALTIME, &now);
         ts = static_cast<uint64_t>(now.tv_sec) * 1000000 + static_cast<uint64_t>(now.tv_nsec) / 1000;
     }
-    stream->last_ts = ts;
     stream->frame_count++;
     _ostream_stage_frame(stream, data, len, ts);
-    _writer_end(w); // without a staged frame this repeats the record before it
+    if (!_writer_end(w)) { // without a staged frame this repeats the record before it
+        stream->frame_count--;
+        return;
+    }
+    stream->last_ts = ts;
     stream->last_frame_pos = pos;
     _ostream_add_seek_entry(stream, ts, pos);
     fflush(w->fp);

@@ -4,7 +4,9 @@
 // all there.
 //
 // A node must be complete, its properties set, before the frames that they apply to; the reader meets records
-// in file order only. Write errors are not reported. Not thread-safe.
+// in file order only. Write errors are not reported to the caller. When the file takes no more, the log says
+// so once (and ferror of fp stays set), the record that was cut is taken back whole, and nothing is appended
+// any more: what was recorded until then stays readable. Not thread-safe.
 #pragma once
 
 #include <cstdint>
@@ -48,7 +50,9 @@ struct oni_writer_t {
     uint8_t *buf;      // staging buffer for one record
     uint32_t buf_size; // its capacity; 0 makes every write a no-op
     uint8_t *cursor;   // write position in buf
-    FILE *fp;
+    FILE *fp;          // unbuffered: what a failed write left behind must not come out later
+    uint8_t full;      // the file takes no more; tried again for the records that close it
+    uint8_t full_told;
     uint32_t max_node_id;
     oni_ostream_t *streams[ONI_MAX_NODES];
 };

@@ -5,10 +5,12 @@
 #include "support/temp_dir.h"
 #include "tqcam.h"
 
+#include <csignal>
 #include <cstring>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <map>
+#include <sys/resource.h>
 
 namespace {
 
@@ -165,10 +167,19 @@ TEST(ReplayRecorder, FailuresLeaveNothingBehind)
     EXPECT_FALSE(sim_recorder_open(&rec, "a.oni", "no/t.f32", cfg, "", {}, &error));
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
 
-    ASSERT_TRUE(sim_recorder_open(&rec, "/dev/full", nullptr, cfg, "", {}, &error));
+    EXPECT_FALSE(sim_recorder_open(&rec, "/dev/full", nullptr, cfg, "", {}, &error));
+    EXPECT_NE(error.find("/dev/full: No space left"), std::string::npos) << error;
+
+    signal(SIGXFSZ, SIG_IGN);
+    struct rlimit old;
+    getrlimit(RLIMIT_FSIZE, &old);
+    const struct rlimit tight = {20000, old.rlim_max}; // too little for a frame
+    setrlimit(RLIMIT_FSIZE, &tight);
+    ASSERT_TRUE(sim_recorder_open(&rec, "a.oni", nullptr, cfg, "", {}, &error));
     const auto source = sim_source_live(cfg);
     sim_frame_t f;
     source->next(source->self, &f);
     EXPECT_FALSE(sim_recorder_add(&rec, f));
     EXPECT_FALSE(sim_recorder_close(&rec));
+    setrlimit(RLIMIT_FSIZE, &old);
 }
