@@ -7,11 +7,6 @@
 #include "link/file_link.h"
 #include "log/log.h"
 
-// Not in every build yet.
-extern "C" int tqcam_filter_enable(tqcam_dev_t *dev, uint32_t filter_id, const tqcam_filter_arg_t *arg)
-    __attribute__((weak));
-extern "C" int tqcam_filter_disable(tqcam_dev_t *dev, uint32_t filter_id) __attribute__((weak));
-
 namespace {
 
 constexpr uint32_t OLD_ROI_SIZE = 16;
@@ -165,8 +160,6 @@ void _live_intg2(const prop_t &p)
         arg.hdr.intg1_us = static_cast<uint16_t>(p.priv->intg1_us);
         arg.hdr.intg2_us = static_cast<uint16_t>(p.priv->intg2_us);
     }
-    if (!tqcam_filter_enable || !tqcam_filter_disable)
-        return;
     if (static_cast<uint32_t>(p.num) == 0)
         tqcam_filter_disable(p.dev->dev, TQCAM_FILTER_HDR);
     else
