@@ -8,6 +8,9 @@
 #ifdef TQCAM_HAVE_OPENCV
 #include <opencv2/imgproc.hpp>
 #endif
+#ifdef TQCAM_HAVE_XIMGPROC
+#include <opencv2/ximgproc.hpp>
+#endif
 
 static void add_bilateral(const std::string &name, int w, int h, const std::vector<uint16_t> &src)
 {
@@ -39,6 +42,13 @@ static void add_size(int w, int h)
     bench_copy("u16_to_u16" + size, px, src.size() * 2);
 #ifdef TQCAM_HAVE_OPENCV
     cv::setNumThreads(1);
+#ifdef TQCAM_HAVE_XIMGPROC
+    cv::Mat z(h, w, CV_32F);
+    std::copy(src.begin(), src.end(), z.begin<float>());
+    bench_row("bilateral" + size + "/cv dtFilter", px, [z, out = cv::Mat()]() mutable {
+        cv::ximgproc::dtFilter(z, z, out, 5, 400, cv::ximgproc::DTF_RF, 1);
+    });
+#endif
     const cv::Mat image(h, w, CV_16U, const_cast<uint16_t *>(src.data()));
     bench_row("flypix_k3" + size + "/cv::Sobel x 2", px,
               [m = image.clone(), gx = cv::Mat(), gy = cv::Mat()]() mutable {

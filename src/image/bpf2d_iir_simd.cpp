@@ -6,6 +6,7 @@
 
 #undef HWY_TARGET_INCLUDE
 #define HWY_TARGET_INCLUDE "image/bpf2d_iir_simd.cpp"
+#include <hwy/cache_control.h>
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
@@ -57,10 +58,21 @@ HWY_INLINE void Steps(const uint16_t *a, const uint16_t *b, uint16_t lo, uint16_
     }
 }
 
+// Loads bound a lookup, so four places come in one.
 template <int n> HWY_INLINE void LookUp(const float *tbl, const uint16_t *idx, float *out)
 {
-    for (int i = 0; i < n; i++)
-        out[i] = tbl[idx[i]];
+    for (int i = 0; i < n; i += 4) {
+        uint64_t four;
+        memcpy(&four, idx + i, sizeof four);
+        const float v0 = tbl[four & 0xFFFF];
+        const float v1 = tbl[four >> 16 & 0xFFFF];
+        const float v2 = tbl[four >> 32 & 0xFFFF];
+        const float v3 = tbl[four >> 48];
+        out[i] = v0;
+        out[i + 1] = v1;
+        out[i + 2] = v2;
+        out[i + 3] = v3;
+    }
 }
 
 // A block of 8 columns of 16 rows, turned: 16 values of a column behind each other.
@@ -113,7 +125,7 @@ template <class D> HWY_INLINE hn::Vec<D> LoadFours(D d, const float *p)
 }
 
 // 16 columns of 16 rows back into rows, of which the first n exist.
-HWY_INLINE void TurnBack(const float *tile, float *out, int n)
+HWY_NOINLINE void TurnBack(const float *tile, float *out, int n)
 {
     const DF d;
     const hn::Repartition<uint64_t, DF> d64;
@@ -139,7 +151,7 @@ HWY_INLINE void TurnBack(const float *tile, float *out, int n)
 }
 
 // 16 columns of the rows, from column c on; what lies beyond the width counts as 0.
-HWY_INLINE void TurnTile(const uint16_t *const *rows, int c, int w, uint16_t *out)
+HWY_NOINLINE void TurnTile(const uint16_t *const *rows, int c, int w, uint16_t *out)
 {
     if (c + 16 <= w) {
         TurnTo16(rows, c, out);
@@ -156,8 +168,9 @@ HWY_INLINE void TurnTile(const uint16_t *const *rows, int c, int w, uint16_t *ou
     TurnTo16(tails, 8, out + 8 * kRows);
 }
 
-// Rows y to y + 15, both ways. A row beyond the last one repeats it.
-HWY_INLINE void RowPass(const tq_bpf2d_iir_t *f, const uint16_t *src, int y, uint16_t lo, uint16_t hi)
+// Rows y to y + 15, both ways. A row beyond the last one repeats it. The passes keep all registers busy,
+// so they and the turning must not share a frame.
+HWY_NOINLINE void RowPass(const tq_bpf2d_iir_t *f, const uint16_t *src, int y, uint16_t lo, uint16_t hi)
 {
     const DF d;
     const int w = (int)f->w, h = (int)f->h;
@@ -235,8 +248,8 @@ HWY_INLINE const uint16_t *Columns(const uint16_t *src, int w, int x, int y, uin
 }
 
 // Columns x to x + 31, both ways.
-HWY_INLINE void ColumnPass(const tq_bpf2d_iir_t *f, uint16_t *dst, const uint16_t *src, int x, uint16_t lo,
-                           uint16_t hi)
+HWY_NOINLINE void ColumnPass(const tq_bpf2d_iir_t *f, uint16_t *dst, const uint16_t *src, int x, uint16_t lo,
+                             uint16_t hi)
 {
     const DF d;
     const int w = (int)f->w, h = (int)f->h;
@@ -247,13 +260,16 @@ HWY_INLINE void ColumnPass(const tq_bpf2d_iir_t *f, uint16_t *dst, const uint16_
     float *const ss = wt + (ptrdiff_t)h * kCols;
     float *const ns = ss + (ptrdiff_t)h * kCols;
     const VF start = hn::Set(d, 1.0f / (1.0f - f->alpha_y));
-    constexpr int lag = 2;
+    constexpr int lag = 4;
 
     HWY_ALIGN uint16_t room[2][kCols] = {};
     const uint16_t *above = nullptr;
     for (int j = 0; j < h + lag; j++) {
         if (j < h) {
             const uint16_t *here = Columns(src, w, x, j, room[j % 2]);
+            const uint16_t *soon = src + (ptrdiff_t)std::min(j + 8, h - 1) * w;
+            hwy::Prefetch(soon + x); // rows are far apart, and these may span two lines
+            hwy::Prefetch(soon + std::min(x + kCols, w) - 1);
             if (j > 0) {
                 HWY_ALIGN uint16_t idx[kCols];
                 Steps<kCols>(above, here, lo, hi, idx);
