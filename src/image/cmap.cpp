@@ -6,22 +6,9 @@
 #include <cstring>
 
 #include "image/cmap_kernels.h"
+#include "image/cmap_table.h"
 #include "log/log.h"
-
-namespace {
-
-class Locked {
-  public:
-    explicit Locked(tq_cmap_t *m) : lock_(&m->lock) { pthread_mutex_lock(lock_); }
-    ~Locked() { pthread_mutex_unlock(lock_); }
-    Locked(const Locked &) = delete;
-    Locked &operator=(const Locked &) = delete;
-
-  private:
-    pthread_mutex_t *lock_;
-};
-
-} // namespace
+#include "simd/dispatch.h"
 
 // Colour of the computed table at v: three overlapping tents from blue at -0.25 to red at 0.75.
 static uint32_t _tent_colour(float v)
@@ -74,6 +61,7 @@ void tq_cmap_uninit(tq_cmap_t *m)
         return;
     pthread_mutex_destroy(&m->lock);
     free(m->tbl);
+    free(m->priv);
     memset(m, 0, sizeof *m);
 }
 
@@ -81,7 +69,7 @@ void tq_cmap_set_range(tq_cmap_t *m, float vmin, float vmax)
 {
     if (!m)
         return;
-    const Locked locked(m);
+    const cmap_locked_t locked(m);
     if (vmin == vmax) {
         m->rgb_scale = m->pal_scale = 255;
         m->idx_scale = (float)m->n;
@@ -97,7 +85,7 @@ bool tq_cmap_set_palette(tq_cmap_t *m, uint32_t idx)
 {
     if (!m || idx >= (uint32_t)kPaletteCount)
         return false;
-    const Locked locked(m);
+    const cmap_locked_t locked(m);
     m->palette = (int32_t)idx;
     return true;
 }
@@ -106,7 +94,7 @@ uint32_t tq_cmap_get_palette(tq_cmap_t *m)
 {
     if (!m)
         return 0;
-    const Locked locked(m);
+    const cmap_locked_t locked(m);
     return (uint32_t)m->palette;
 }
 
@@ -142,7 +130,7 @@ uint32_t tq_cmap_get_color(tq_cmap_t *m, int value)
         return 0xFF0EA9;
     if (!m)
         return 0;
-    const Locked locked(m);
+    const cmap_locked_t locked(m);
     const float v = (float)value;
     if (v <= m->vmin || v > m->vmax)
         return 0;
@@ -154,10 +142,10 @@ uint32_t tq_cmap_get_color(tq_cmap_t *m, int value)
     return m->tbl[std::clamp(p, (int64_t)0, (int64_t)m->n - 1)];
 }
 
-static const palette_row_t *_current_palette(tq_cmap_t *m)
+static uint32_t _current_palette(tq_cmap_t *m)
 {
-    const Locked locked(m);
-    return tq_cmap_palettes[m->palette];
+    const cmap_locked_t locked(m);
+    return (uint32_t)m->palette;
 }
 
 // An image of the equaliser's own, freed at the end.
@@ -182,7 +170,15 @@ int tq_cmap_u16_to_rgb(tq_cmap_t *m, const uint16_t *src, int n, uint8_t *r, uin
         }
         tq_cmap_histeq_u16(equal.data, src, n, vmin, vmax, 256, true); // costs time only: src is coloured
     }
-    cmap_u16_to_rgb_plain(_current_palette(m), src, n, {r, g, b, stride}, vmin, vmax);
+    const rgb_out_t out = {r, g, b, stride};
+    const uint32_t palette = _current_palette(m);
+    if (!simd_enabled())
+        cmap_u16_to_rgb_plain(tq_cmap_palettes[palette], src, n, out, vmin, vmax);
+    else if (colour_table_t *table = colour_table_take(m, palette, vmin, vmax, cmap_order(out), n)) {
+        cmap_by_table_simd(table->colours, src, n, out, vmin, vmax);
+        colour_table_release(m, table);
+    } else
+        cmap_u16_to_rgb_simd(tq_cmap_palettes[palette], src, n, out, vmin, vmax);
     return 0;
 }
 
@@ -198,6 +194,8 @@ int tq_cmap_f32_to_rgb(tq_cmap_t *m, const float *src, int n, uint8_t *r, uint8_
     }
     if (histeq && tq_cmap_histeq_f32(equal.data, src, n, vmin, vmax, 256, true) == 0)
         src = equal.data;
-    cmap_f32_to_rgb_plain(_current_palette(m), src, n, {r, g, b, stride}, vmin, vmax);
+    const palette_row_t *pal = tq_cmap_palettes[_current_palette(m)];
+    (simd_enabled() ? cmap_f32_to_rgb_simd : cmap_f32_to_rgb_plain)(pal, src, n, {r, g, b, stride}, vmin,
+                                                                    vmax);
     return 0;
 }

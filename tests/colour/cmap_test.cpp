@@ -1,8 +1,10 @@
 #include <algorithm>
+#include <atomic>
 #include <cmath>
 #include <cstdint>
 #include <cstring>
 #include <limits>
+#include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
@@ -188,4 +190,32 @@ TEST(CmapRgb, FloatsAreColouredEqualised)
     tq_cmap_f32_to_rgb(&m, equal.data(), 8, &b[0], &b[1], &b[2], 3, 0, 100, false);
     EXPECT_EQ(a, b);
     EXPECT_EQ(a[0], 223); // 7 of 8 pixels lie at or below: 0.875
+}
+
+// Conversions of several ranges share one map and its kept table, while palettes change.
+TEST(CmapRgb, ManyThreads)
+{
+    Map m;
+    std::vector<uint16_t> src(5000);
+    for (size_t i = 0; i < src.size(); i++)
+        src[i] = (uint16_t)i;
+    std::vector<std::thread> threads;
+    std::atomic<int> wrong{0};
+    for (int t = 0; t < 3; t++) {
+        threads.emplace_back([&, t] {
+            const uint16_t hi = (uint16_t)(1000 + t);
+            std::vector<uint8_t> rgb(src.size() * 3);
+            for (int round = 0; round < 40; round++) {
+                tq_cmap_set_palette(&m, round % 2 ? 35 : 36); // gray, both ways
+                tq_cmap_u16_to_rgb(&m, src.data(), (int)src.size(), &rgb[0], &rgb[1], &rgb[2], 3, 0, hi,
+                                   false);
+                // Of whichever palette it was when the call began, the ends of the range are white and black.
+                const int near = rgb[3], far = rgb[3 * hi];
+                wrong += !((near == 0 && far >= 254) || (near == 255 && far <= 1)) || rgb[0] != 0;
+            }
+        });
+    }
+    for (std::thread &thread : threads)
+        thread.join();
+    EXPECT_EQ(wrong, 0);
 }
