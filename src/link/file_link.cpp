@@ -341,7 +341,7 @@ tqcam_ll_dev_t *_file_ll_dev_open(tqcam_ll_dev_t *dev)
     const char *path = dev->address.file.path ? dev->address.file.path : "";
     priv->reader = oni_reader_open(path, _fill_ll_on_get_property, dev);
     if (priv->reader && priv->calib_fp) {
-        LOG_INFO("[%s]Extracted calib file `%s` from replay.\n", priv->calib_name);
+        LOG_DEBUG("[%s]Extracted calib file `%s` from replay.\n", priv->calib_name);
         fclose(priv->calib_fp);
         priv->calib_fp = nullptr;
     }
@@ -352,11 +352,11 @@ tqcam_ll_dev_t *_file_ll_dev_open(tqcam_ll_dev_t *dev)
     }
     oni_reader_rewind(priv->reader);
     const tqcam_frame_info_t &info = priv->frame_info;
-    LOG_INFO("[%s]open file dev: prod = %s, WxHxN = %dx%dx%d, modfreq=%u, max WxH=%ux%u\n", priv->product,
+    LOG_DEBUG("[%s]open file dev: prod = %s, WxHxN = %dx%dx%d, modfreq=%u, max WxH=%ux%u\n", priv->product,
              static_cast<int>(info.width), static_cast<int>(info.height), static_cast<int>(priv->subframes),
              priv->mod_freq, priv->max_w, priv->max_h);
     priv->sim_mode = 1;
-    LOG_INFO("[%s]  file replay set to sim mode\n");
+    LOG_DEBUG("[%s]  file replay set to sim mode\n");
     priv->exit = 0;
     priv->running = 0;
     if (pthread_create(&priv->thread, nullptr, _file_ll_evt_thread, dev) != 0) {

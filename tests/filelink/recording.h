@@ -35,14 +35,7 @@ class Recording {
     oni_ostream_t *stream(const char *name, uint32_t type = 2)
     {
         oni_ostream_close(stream_);
-        const oni_stream_cfg_t cfg = {.type = type,
-                                      .name = name,
-                                      .pix_fmt = type == 1 ? 0u : 101u,
-                                      .max_value = 4096,
-                                      .width = 4,
-                                      .height = 4,
-                                      .bpp = 2,
-                                      .fps = 30};
+        const oni_stream_cfg_t cfg = {type, name, type == 1 ? 0u : 101u, 4096, 4, 4, 2, 30};
         return stream_ = oni_ostream_open(writer_, &cfg);
     }
     void integer(const char *key, uint64_t v) { oni_ostream_set_property(stream_, ONI_PROP_INT, key, &v, 8); }

@@ -52,14 +52,7 @@ int next(oni_istream_t *s, uint32_t *id, int room = 8)
 void record(const char *path, uint32_t n, uint32_t codec, bool close = true)
 {
     oni_writer_t *w = oni_writer_open(path);
-    const oni_stream_cfg_t cfg = {.type = 2,
-                                  .name = "S",
-                                  .pix_fmt = 101,
-                                  .max_value = 4096,
-                                  .width = 2,
-                                  .height = 2,
-                                  .bpp = 2,
-                                  .fps = 5};
+    const oni_stream_cfg_t cfg = {2, "S", 101, 4096, 2, 2, 2, 5};
     oni_ostream_t *s = oni_ostream_open(w, &cfg);
     s->codec = codec;
     for (uint32_t i = 1; i <= n; i++) {

@@ -9,20 +9,8 @@
 
 namespace {
 
-const oni_stream_cfg_t DEVICE = {
-    .type = 1, .name = nullptr, .pix_fmt = 0, .max_value = 0, .width = 0, .height = 0, .bpp = 0, .fps = 0};
-
-oni_stream_cfg_t raw_cfg(const char *name = "TQ_REPLAY", uint32_t type = 2, uint32_t pix_fmt = 101)
-{
-    return {.type = type,
-            .name = name,
-            .pix_fmt = pix_fmt,
-            .max_value = 4096,
-            .width = 4,
-            .height = 2,
-            .bpp = 2,
-            .fps = 30};
-}
+const oni_stream_cfg_t DEVICE = {1, nullptr, 0, 0, 0, 0, 0, 0};
+const oni_stream_cfg_t RAW = {2, "TQ_REPLAY", 101, 4096, 4, 2, 2, 30};
 
 void expect_same(const Bytes &got, const Bytes &due)
 {
@@ -94,8 +82,7 @@ TEST(OniWriter, FileHoldsWhatTheLayoutSays)
     oni_ostream_close(device);
     oni_ostream_set_property(device, ONI_PROP_INT, "TQ_LATE", &ids[0], 0); // closed: does nothing
     oni_ostream_save_frame(device, ids, 8, 1);
-    const oni_stream_cfg_t cfg = raw_cfg();
-    oni_ostream_t *raw = oni_ostream_open(w, &cfg);
+    oni_ostream_t *raw = oni_ostream_open(w, &RAW);
     oni_ostream_save_frame(raw, "\1\2\3", 3, 1000);
     oni_ostream_save_frame(raw, "\4", 1, 5000);
     oni_ostream_save_frame(raw, "\5\6", 2, 9000);
@@ -108,28 +95,25 @@ TEST(OniWriter, FileHoldsWhatTheLayoutSays)
 
 TEST(OniWriter, PixelFormatsSayTheirBitAndNumber)
 {
-    const struct {
-        uint32_t pix_fmt, bit, number;
-        bool depth;
-    } cases[] = {{100, 8, 4, true},  {101, 8, 4, true},   {103, 8, 4, false},
-                 {203, 8, 4, false}, {200, 1, 1, false},  {201, 2, 2, false},
-                 {202, 4, 3, false}, {204, 16, 5, false}, {7, 0, 0, false}};
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.pix_fmt);
+    const uint32_t cases[][4] = {// pixel format, its bit, its number, has a depth
+                                 {100, 8, 4, 1}, {103, 8, 4, 0}, {203, 8, 4, 0},  {200, 1, 1, 0},
+                                 {201, 2, 2, 0}, {202, 4, 3, 0}, {204, 16, 5, 0}, {7, 0, 0, 0}};
+    for (const auto &[pix_fmt, bit, number, depth] : cases) {
+        SCOPED_TRACE(pix_fmt);
         TempDir dir;
         oni_writer_t *w = oni_writer_open("a.oni");
-        const oni_stream_cfg_t cfg = raw_cfg(nullptr, 5, c.pix_fmt);
+        const oni_stream_cfg_t cfg = {5, nullptr, pix_fmt, 9, 4, 2, 2, 30};
         ASSERT_NE(oni_ostream_open(w, &cfg), nullptr);
         oni_writer_close(w);
         const Bytes file = read_file("a.oni");
-        auto holds = [&](const Bytes &part) {
-            return std::search(file.begin(), file.end(), part.begin(), part.end()) != file.end();
+        auto holds = [&](const OniBytes &part) {
+            return std::search(file.begin(), file.end(), part.out.begin(), part.out.end()) != file.end();
         };
-        EXPECT_TRUE(holds(OniBytes().str("IR").u32(5).out));
-        EXPECT_TRUE(holds(OniBytes().general(1, "xnSupportedPixelFormats", OniBytes().u32(c.bit).out).out));
-        EXPECT_TRUE(holds(OniBytes().int_prop(1, "xnPixelFormat", c.number).out));
-        EXPECT_TRUE(holds(OniBytes().int_prop(1, "oniPixelFormat", c.pix_fmt).out));
-        EXPECT_EQ(holds(OniBytes().str("xnDeviceMaxDepth").out), c.depth);
+        EXPECT_TRUE(holds(OniBytes().str("IR").u32(5)));
+        EXPECT_TRUE(holds(OniBytes().general(1, "xnSupportedPixelFormats", OniBytes().u32(bit).out)));
+        EXPECT_TRUE(
+            holds(OniBytes().int_prop(1, "xnPixelFormat", number).int_prop(1, "oniPixelFormat", pix_fmt)));
+        EXPECT_EQ(holds(OniBytes().str("xnDeviceMaxDepth")), depth == 1);
     }
 }
 
@@ -175,8 +159,7 @@ TEST(OniWriter, FramesThatDoNotFitLeaveTheirBytesOut)
     const uint32_t most = 3146025 - 40; // a record of exactly the staging capacity
     const Bytes big(most + 1, 7);
     oni_writer_t *w = oni_writer_open("a.oni");
-    const oni_stream_cfg_t cfg = raw_cfg();
-    oni_ostream_t *s = oni_ostream_open(w, &cfg);
+    oni_ostream_t *s = oni_ostream_open(w, &RAW);
     oni_ostream_save_frame(s, big.data(), most, 1);
     oni_ostream_save_frame(s, big.data(), most + 1, 2);
     oni_ostream_set_property(s, ONI_PROP_GENERAL, "TQ_BIG", big.data(), most); // no room beside its name
@@ -213,8 +196,7 @@ TEST(OniWriter, FrameThatCannotBeCodedRepeatsTheRecordBefore)
     TempDir dir;
     LogCapture log;
     oni_writer_t *w = oni_writer_open("a.oni");
-    const oni_stream_cfg_t cfg = raw_cfg();
-    oni_ostream_t *s = oni_ostream_open(w, &cfg);
+    oni_ostream_t *s = oni_ostream_open(w, &RAW);
     s->codec = ONI_CODEC_16ZT;
     const uint16_t good[] = {1, 2}, outside[] = {1, 4096};
     oni_ostream_save_frame(s, good, 4, 1);
