@@ -1,6 +1,4 @@
 // Lens calls, point clouds, filters and use cases on a camera whose driver the test controls.
-#include <cmath>
-#include <cstdlib>
 #include <gtest/gtest.h>
 #include <vector>
 
@@ -129,7 +127,6 @@ struct Lens : ::testing::Test {
 
 TEST_F(Lens, Filenames)
 {
-    setenv("TZ", "UTC", 1);
     char name[300];
     const std::string prefix = tqcam_path_get();
     ASSERT_TRUE(tqcam_lens_param_filename(&cam.dev, name, sizeof(name), true, true));
@@ -340,11 +337,8 @@ TEST_F(Lens, PointCloudsRefuse)
     std::vector<float> dist(N, 1), out(4 * N, -5.0f);
     tqcam_dev_t *dev = &cam.dev;
     EXPECT_EQ(tqcam_frame_get_pcl(dev, out.data(), 3 * N - 1, dist.data(), N, W, H, nullptr), 0);
-    EXPECT_TRUE(
-        log.has("[_tqcam_frame_get_pcl_ex]Pcl output buffer too small: only 95 floats, needs 32 u x 3 "
-                "floats\n") ||
-        log.has(
-            "[_tqcam_frame_get_pcl_ex]Pcl output buffer too small: only 95 floats, needs 32 x 3 floats\n"));
+    EXPECT_TRUE(log.has(
+        "[_tqcam_frame_get_pcl_ex]Pcl output buffer too small: only 95 floats, needs 32 x 3 floats\n"));
     EXPECT_EQ(tqcam_frame_get_pcl(dev, out.data(), 3 * N, dist.data(), N - 1, W, H, nullptr), 0);
     EXPECT_EQ(
         tqcam_frame_get_pcl(dev, out.data(), 0xFFFFFFFF, dist.data(), 0xFFFFFFFF, 0x80000000u, 2, nullptr),
