@@ -20,9 +20,9 @@ static inline uint32_t _to_u32(float v)
 }
 
 // Source and destination may share memory: a copy keeps the compiler from taking their types for a promise.
-static inline uint16_t _load_u16(const uint16_t *src)
+template <class T> static inline T _load(const T *src)
 {
-    uint16_t v;
+    T v;
     memcpy(&v, src, sizeof(v));
     return v;
 }
@@ -41,13 +41,13 @@ void conv_u16_u8_plain(uint8_t *dst, const uint16_t *src, int n, int shift)
 void conv_u16_f32_plain(float *dst, const uint16_t *src, int n, float factor)
 {
     for (int i = 0; i < n; i++)
-        _store(dst + i, (float)_load_u16(src + i) * factor);
+        _store(dst + i, (float)_load(src + i) * factor);
 }
 
 void conv_u16_u32_plain(uint32_t *dst, const uint16_t *src, int n, uint16_t factor)
 {
     for (int i = 0; i < n; i++)
-        _store(dst + i, (uint32_t)_load_u16(src + i) * factor);
+        _store(dst + i, (uint32_t)_load(src + i) * factor);
 }
 
 void conv_f32_u8_plain(uint8_t *dst, const float *src, int n, float factor)
@@ -71,5 +71,5 @@ void conv_f32_u32_plain(uint32_t *dst, const float *src, int n, float factor)
 void conv_u32_f32_plain(float *dst, const uint32_t *src, int n, float factor)
 {
     for (int i = 0; i < n; i++)
-        dst[i] = factor == 1.0f ? (float)src[i] : (float)src[i] * factor;
+        _store(dst + i, factor == 1.0f ? (float)_load(src + i) : (float)_load(src + i) * factor);
 }

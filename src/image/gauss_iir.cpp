@@ -8,6 +8,8 @@
 
 #include "image/gauss_iir_kernels.h"
 #include "image/window.h"
+#include "simd/dispatch.h"
+#include "simd/flush_subnormals.h"
 
 // Coefficients of the third-order recursion, formed in f64 and rounded; B makes the sum 1 again.
 gauss_iir_coef_t gauss_iir_coef(float sigma)
@@ -35,7 +37,13 @@ void tq_gauss2d_iir_f32(float *dst, const float *src, int w, int h, float sigma)
 {
     if (!dst || !src || !window_size_ok(__func__, w, h))
         return;
-    gauss_iir_f32_plain(dst, src, w, h, gauss_iir_coef(sigma));
+    const gauss_iir_coef_t c = gauss_iir_coef(sigma);
+    if (!simd_enabled())
+        gauss_iir_f32_plain(dst, src, w, h, c);
+    else if (!gauss_iir_f32_simd(dst, src, w, h, c)) {
+        LOG_ERROR("[%s]malloc failed\n");
+        exit(-3);
+    }
 }
 
 void tq_gauss2d_iir_u16(uint16_t *dst, const uint16_t *src, int w, int h, float sigma)
@@ -43,20 +51,19 @@ void tq_gauss2d_iir_u16(uint16_t *dst, const uint16_t *src, int w, int h, float 
     if (!dst || !src || !window_size_ok(__func__, w, h))
         return;
     const size_t n = (size_t)w * (size_t)h;
-    std::unique_ptr<float, decltype(&free)> buf((float *)calloc(n, sizeof(float)), free);
-    if (!buf) {
+    const std::unique_ptr<float, decltype(&free)> img((float *)malloc(n * sizeof(float)), free);
+    if (!img) {
         LOG_ERROR("[%s]malloc failed\n");
         exit(-3);
     }
-    float *img = buf.get();
-    for (size_t at = 0; at < n; at += INT_MAX) // the conversions count in int
-        tq_conv_u16_f32(img + at, src + at, (int)std::min<size_t>(n - at, INT_MAX), 1.0f);
-    tq_gauss2d_iir_f32(img, img, w, h, sigma);
-    // The recursion overshoots at edges: held to the range, or a dark edge would wrap to white.
-    for (size_t i = 0; i < n; i++)
-        img[i] = img[i] > 0.0f ? std::min(img[i], 65535.0f) : 0.0f;
-    for (size_t at = 0; at < n; at += INT_MAX)
-        tq_conv_f32_u16(dst + at, img + at, (int)std::min<size_t>(n - at, INT_MAX), 1.0f);
+    for (size_t at = 0; at < n; at += INT_MAX) // the conversion counts in int
+        tq_conv_u16_f32(img.get() + at, src + at, (int)std::min<size_t>(n - at, INT_MAX), 1.0f);
+    {
+        // Behind an object the recursion decays into subnormals; they are far from reaching an integer.
+        FlushSubnormals flush;
+        tq_gauss2d_iir_f32(img.get(), img.get(), w, h, sigma);
+    }
+    (simd_enabled() ? gauss_iir_to_u16_simd : gauss_iir_to_u16_plain)(dst, img.get(), n);
 }
 
 static bool _sizes_agree(const char *name, int dst_h, int dst_w, int src_h, int src_w)

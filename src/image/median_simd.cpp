@@ -116,7 +116,8 @@ HWY_INLINE V WindowMedian(D d, const uint16_t (*rank)[PART + 2 * PAD], int at)
     V name##2 = hn::LoadU(d, rank[i] + at), name##3 = hn::LoadU(d, rank[i] + at + 1);                        \
     V name##4 = hn::LoadU(d, rank[i] + at + 2);
     ROW(a, 0)
-    ROW(b, 1) ROW(c, 2) ROW(d_, 3) ROW(e, 4)
+    ROW(b, 1)
+    ROW(c, 2) ROW(d_, 3) ROW(e, 4)
 #undef ROW
         BOTH(b1, c0) BOTH(c1, d_0) BOTH(d_1, e0) BOTH(a1, b0) LOW(e0, e3) BOTH(e0, e1) LOW(d_4, e1)
             BOTH(d_1, d_3) BOTH(c1, c3) HIGH(a1, a3) BOTH(b1, b3) BOTH(a0, a3) BOTH(b0, b3) BOTH(c0, c3)

@@ -22,4 +22,6 @@ struct pcl_args_t {
 };
 
 void pcl_f32_plain(const pcl_args_t &a, const float *dist);
+void pcl_f32_simd(const pcl_args_t &a, const float *dist);
 void pcl_u16_plain(const pcl_args_t &a, const uint16_t *dist);
+void pcl_u16_simd(const pcl_args_t &a, const uint16_t *dist);
