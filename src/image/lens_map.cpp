@@ -10,6 +10,7 @@
 #include "tq_lens.h"
 
 #include "log/log.h"
+#include "simd/dispatch.h"
 
 namespace {
 
@@ -294,11 +295,13 @@ void tq_calib_len_uninit_map(tq_calib_len_map_t *map)
 bool tq_calib_len_undistort_f32(const tq_calib_len_map_t *map, float *dst, int dst_len, const float *src,
                                 int w, int h, float fill)
 {
-    return _len_undistort_image(__func__, map, dst, dst_len, src, w, h, fill, undistort_f32_plain);
+    return _len_undistort_image(__func__, map, dst, dst_len, src, w, h, fill,
+                                simd_enabled() ? undistort_f32_simd : undistort_f32_plain);
 }
 
 bool tq_calib_len_undistort_u16(const tq_calib_len_map_t *map, uint16_t *dst, int dst_len,
                                 const uint16_t *src, int w, int h, uint16_t fill)
 {
-    return _len_undistort_image(__func__, map, dst, dst_len, src, w, h, fill, undistort_u16_plain);
+    return _len_undistort_image(__func__, map, dst, dst_len, src, w, h, fill,
+                                simd_enabled() ? undistort_u16_simd : undistort_u16_plain);
 }

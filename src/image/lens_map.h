@@ -5,4 +5,6 @@
 #include <cstdint>
 
 void undistort_f32_plain(float *dst, const float *src, const uint32_t *map, int n, float fill);
+void undistort_f32_simd(float *dst, const float *src, const uint32_t *map, int n, float fill);
 void undistort_u16_plain(uint16_t *dst, const uint16_t *src, const uint32_t *map, int n, uint16_t fill);
+void undistort_u16_simd(uint16_t *dst, const uint16_t *src, const uint32_t *map, int n, uint16_t fill);
