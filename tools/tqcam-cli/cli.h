@@ -32,6 +32,7 @@ void add_snapshot(CLI::App &app, const GlobalOptions &global);
 void add_record(CLI::App &app, const GlobalOptions &global);
 void add_convert(CLI::App &app, const GlobalOptions &global);
 void add_palette(CLI::App &app, const GlobalOptions &global);
+void add_calib(CLI::App &app);
 
 // The library, started for one command and ended with it.
 class Library {

@@ -28,6 +28,7 @@ int main(int argc, char **argv)
     add_filter(app, global);
     add_convert(app, global);
     add_palette(app, global);
+    add_calib(app);
 
     interrupt_catch();
     try {
