@@ -14,7 +14,7 @@ cd "$out"
 
 echo
 echo "1. A simulated camera records a wall, a box and a ball."
-"$tools/tqcam-sim" --scene box --camera E1 --frames 30 --fps 20 --output scene.oni
+"$tools/tqcam-sim" --scene room --camera E1 --frames 30 --fps 20 --output scene.oni
 
 echo
 echo "2. The recording, played as a camera; every frame against the true distances."
