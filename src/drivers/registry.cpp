@@ -5,16 +5,16 @@
 #include "drivers/driver.h"
 #include "log/log.h"
 
-// Searched in this order. A row gets its operations with its driver; one without is not found.
+// Searched in this order.
 static tqcam_drv_t _drv_table[] = {
     {"TI OP8241 chip driver", "T0", &op8241_ops, nullptr, nullptr},
     {"EPC chip driver", "E1", &epc_ops, nullptr, nullptr},
     {"EPC chip driver", "E2", &epc_ops, nullptr, nullptr},
     {"EPC chip driver", "E3", &epc_ops, nullptr, nullptr},
-    {"SONY chip driver", "S1", nullptr, nullptr, nullptr},
-    {"SONY chip driver", "S2", nullptr, nullptr, nullptr},
-    {"SONY chip driver", "S3", nullptr, nullptr, nullptr},
-    {"SONY IMX570 driver", "S570C4", nullptr, nullptr, nullptr},
+    {"SONY chip driver", "S1", &imx_ops, nullptr, nullptr},
+    {"SONY chip driver", "S2", &imx_ops, nullptr, nullptr},
+    {"SONY chip driver", "S3", &imx_ops, nullptr, nullptr},
+    {"SONY IMX570 driver", "S570C4", &imx_ops, nullptr, nullptr},
     {"EPC chip driver", "E4", &epc_ops, nullptr, nullptr},
     {"EPC chip driver", "E5", &epc_ops, nullptr, nullptr},
 };
@@ -33,8 +33,6 @@ tqcam_drv_t *tqcam_drv_find(tqcam_ll_dev_t *dev)
     for (tqcam_drv_t &row : _drv_table) {
         if (strcmp(row.chip, chip) != 0)
             continue;
-        if (!row.ops)
-            return nullptr;
         const tqcam_version_t &v = handle->version;
         LOG_DEBUG("[%s] find driver: %s (device=%s [SW=%u,BT=%u,HW=%u])\n", row.desc, product, v.software,
                   v.boot, v.hardware);

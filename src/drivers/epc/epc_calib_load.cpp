@@ -5,49 +5,11 @@
 #include <algorithm>
 #include <cstring>
 
+#include "drivers/common/calib_source.h"
 #include "drivers/common/dev_param.h"
 #include "log/log.h"
 
 static constexpr uint32_t FALLBACK_FREQ = 12000000;
-
-// Is the file on disk whole, and not older than what the device holds?
-static bool _file_ok(epc_priv_t *p)
-{
-    tqcam_param_t file;
-    if (!tqcam_param_open_file(&file, p->calib_path))
-        return false;
-    struct TQCAM_PACKED {
-        uint8_t valid, compressed;
-        uint32_t ver, ts, fsize, dsize;
-    } pack;
-    bool ok = true;
-    if (!dev_param_get(p->dev, TQCAM_PARAM_CALIB_INFO, &pack, sizeof(pack))) {
-        LOG_AS(6, "ERR", "epc_calib_load", "[%s] get PARAM_INFO_CALIB failed!\n");
-        ok = false;
-    } else if (!pack.valid) {
-        LOG_AS(4, "INF", "epc_calib_load", "[%s] No valid calib data on dev, use local cache!\n");
-    } else if (pack.ts > file.hdr.blk_ts) {
-        LOG_AS(5, "WRN", "epc_calib_load", "[%s]local param (ts=%u) is not up-to-date (dev ts=%u)\n",
-               uint32_t{file.hdr.blk_ts}, uint32_t{pack.ts});
-        ok = false;
-    }
-    tqcam_param_close(&file);
-    return ok;
-}
-
-static bool _fetch_from_device(epc_priv_t *p)
-{
-    LOG_AS(4, "INF", "epc_calib_load", "[%s]---- Try to load calib data from device ... \n");
-    if (!tqcam_param_load_from_dev(p->dev)) {
-        LOG_AS(5, "WRN", "epc_calib_load", "[%s]---- Load calibration data from device failed\n");
-        return false;
-    }
-    LOG_AS(4, "INF", "epc_calib_load", "[%s]---- Load calibration data from device OK\n");
-    tqcam_param_t file;
-    const bool ok = tqcam_param_open_file(&file, p->calib_path);
-    tqcam_param_close(&file);
-    return ok;
-}
 
 static void _decide_calibrated(tqcam_drv_t *drv, bool freq_read, uint32_t freq)
 {
@@ -95,9 +57,7 @@ int epc_calib_load(tqcam_drv_t *drv, int, int, int)
         return -1;
     }
     LOG_INFO("[%s]param_name:%s\n", p->calib_path);
-    p->calib_ok = _file_ok(p);
-    if (!p->calib_ok)
-        p->calib_ok = _fetch_from_device(p);
+    p->calib_ok = calib_source_ready(p->dev, p->calib_path, __func__);
 
     LOG_INFO("[%s]---- Decide mod-freq begin... \n");
     uint32_t freq;

@@ -1,0 +1,189 @@
+// The calibrations in use, one for each modulation frequency: mounting, and the correction for temperatures.
+#include <algorithm>
+#include <cmath>
+#include <iterator>
+
+#include "drivers/common/phase.h"
+#include "drivers/common/roi_size.h"
+#include "drivers/imx/imx_priv.h"
+#include "log/log.h"
+
+// Of a camera that was calibrated without temperatures. Indices 2 to 4 are millimetres per degree of the
+// board and of the light source and per frame a second; 6 to 9 are the terms of short integration times.
+static constexpr float DEFAULT_TCOEF_MM[IMX_TCOEF_NUM] = {3.1f, 0,       2.5f,    0.6f,    0.2f,
+                                                          0,    -4.064f, 47.397f, -6.596f, 0.334f};
+enum { K1 = 2, K2 = 3, K3 = 4, C0 = 6, C1 = 7, C2 = 8, C3 = 9 };
+
+bool imx_calib_is_ready(const imx_priv_t *p)
+{
+    const auto ready = [p](int row, uint32_t freq) {
+        return freq && calib_result_freq(&p->rows[row].calib, &p->roi) == freq;
+    };
+    return ready(0, p->mod_freq0) && (!p->mod_freq1 || ready(1, p->mod_freq1));
+}
+
+void imx_calc_unmount_calib(tqcam_drv_t *drv)
+{
+    imx_priv_t *p = imx_priv(drv);
+    for (imx_row_t &row : p->rows)
+        calib_result_free(&row.calib);
+    p->calib_lens = nullptr;
+    p->has_file_lens = 0;
+    if (p->calib_mounted) {
+        p->calib_mounted = false;
+        LOG_DEBUG("[%s]Calib data unload [freq=%d, %d]\n", uint32_t{p->mod_freq0}, uint32_t{p->mod_freq1});
+    }
+}
+
+static void _install_default_temp(imx_priv_t *p)
+{
+    for (imx_row_t &row : p->rows) {
+        row.temp_hdr = {};
+        row.temp_hdr.intg = 500;
+        std::copy(std::begin(DEFAULT_TCOEF_MM), std::end(DEFAULT_TCOEF_MM), row.tcoef_mm);
+    }
+    p->temp_model_ready = true;
+}
+
+// Loads one row's calibration and cuts it to the device's region; false when nothing applies.
+static bool _load_row(tqcam_drv_t *drv, int index)
+{
+    static const char *const fn = "imx_calc_mount_calib";
+    imx_priv_t *p = imx_priv(drv);
+    imx_row_t &row = p->rows[index];
+    calib_result_t *c = &row.calib;
+    calib_result_reset(c);
+    int32_t count = index == 0 ? IMX_CALIB_FREQ_NUM : 0;
+    const uint32_t wanted = index == 0 ? p->mod_freq0 : p->mod_freq1;
+    const int32_t freq = calib_load(p->calib_path, wanted, c, index == 0 ? p->calib_freqs : nullptr, &count);
+    if (freq == -1)
+        return false;
+    if (index == 0)
+        p->calib_freq_cnt = static_cast<uint32_t>(std::clamp<int32_t>(count, 0, IMX_CALIB_FREQ_NUM));
+    if (freq < 0) {
+        LOG_AS(5, "WRN", fn, "[%s]  * freq %u not calibrated\n", wanted);
+        return false;
+    }
+    if (index == 0) {
+        if (wanted == 0)
+            p->mod_freq0 = static_cast<uint32_t>(freq);
+        p->calib_lens = p->lens_pool.keep(c->lens);
+        c->lens = nullptr;
+    }
+    if (roi_is_unset(p->roi)) {
+        p->roi = c->roi;
+        LOG_AS(1, "DBG", fn, "[%s] -> Init driver roi to calib ROI: [%d,%d,%d,%d] binn=%d \n", p->roi.srow,
+               p->roi.erow, p->roi.scol, p->roi.ecol, p->roi.binning);
+    }
+    if (!calib_drnu_result_apply_roi(c, &p->roi)) {
+        LOG_AS(5, "WRN", fn, "[%s] -> Apply roi to calib data failed\n");
+        return false;
+    }
+    LOG_AS(1, "DBG", fn, "[%s] -> Apply roi to calib OK: [%d,%d,%d,%d] binn=%d \n", p->roi.srow, p->roi.erow,
+           p->roi.scol, p->roi.ecol, p->roi.binning);
+    if (c->tcoef_cnt > 0) {
+        row.temp_hdr = c->tcoef_hdr;
+        std::copy_n(c->tcoef_mm, std::min<uint32_t>(c->tcoef_cnt, IMX_TCOEF_NUM), row.tcoef_mm);
+    }
+    LOG_AS(4, "INF", fn,
+           "[%s]Calib loaded [freq=%.1f]: DRNU: cb=%d, ib=%d, s_um/o_mm=%d/%d; TEMP[n=%d]: "
+           "[%.2f,%.2f,%.2f,%.2f,%.2f]\n",
+           freq / 1e6, c->blk.t_cal0, c->blk.t_cal1, c->slope_k, c->offset, c->tcoef_cnt, row.tcoef_mm[0],
+           row.tcoef_mm[1], row.tcoef_mm[2], row.tcoef_mm[3], row.tcoef_mm[4]);
+    return true;
+}
+
+// The lens that the file's header describes, when it describes one.
+static void _take_file_lens(imx_priv_t *p)
+{
+    tqcam_param_t file;
+    if (!tqcam_param_open_file(&file, p->calib_path))
+        return;
+    if (file.hdr.name[0]) {
+        p->file_lens = file.hdr.lens;
+        p->has_file_lens = 1;
+    }
+    tqcam_param_close(&file);
+}
+
+int imx_calc_mount_calib_ex(tqcam_drv_t *drv, int dual)
+{
+    imx_priv_t *p = imx_priv(drv);
+    LOG_TRACE("[%s]Mount\n");
+    _install_default_temp(p);
+    bool loaded = _load_row(drv, 0);
+    if (loaded && dual) {
+        loaded = _load_row(drv, 1);
+        // Only the IMX570 is measured for each of its frequencies.
+        if (loaded && !p->is_imx570) {
+            p->rows[1].temp_hdr = p->rows[0].temp_hdr;
+            std::copy_n(p->rows[0].tcoef_mm, static_cast<int>(IMX_TCOEF_NUM), p->rows[1].tcoef_mm);
+        }
+    }
+    if (!loaded) {
+        imx_calc_unmount_calib(drv);
+        for (imx_row_t &row : p->rows)
+            calib_result_reset(&row.calib);
+        LOG_INFO("[%s]No calib data : freq=%d. Use default scale_um/offset_mm = %d/%d\n",
+                 uint32_t{p->mod_freq0}, p->rows[0].calib.slope_k, p->rows[0].calib.offset);
+        return -1;
+    }
+    _take_file_lens(p);
+    p->calib_mounted = true;
+    return 1;
+}
+
+int imx_calc_mount_calib(tqcam_drv_t *drv)
+{
+    return imx_calc_mount_calib_ex(drv, 0);
+}
+
+// Piecewise around 20 degrees: below, the sensor drifts twice as fast, and below 0 by a line of its own.
+static float _piecewise(float cb, float ib, float t0, float t1, float k1, float k2)
+{
+    if (cb >= 200)
+        return k1 * (cb - t0) / 10 + k2 * (ib - t1) / 10;
+    const float at_20 = k1 * (200 - t0) / 10 + k2 * (200 - t1) / 10;
+    if (cb >= 0)
+        return 2 * k1 * (cb - 200) / 10 + 2 * k2 * (ib - 200) / 10 + at_20;
+    return 2 * k1 * cb / 10 + 2 * k2 * ib / 10 - 2.5f * (k1 + k2) * 200 / 10 + at_20;
+}
+
+float imx_temp_corr_phase(const imx_priv_t *p, int index)
+{
+    const imx_row_t &row = p->rows[index];
+    const calib_blk_info_t &blk = row.calib.blk;
+    const bool dual = p->mod_freq1 != 0;
+    const int32_t dm = dual ? p->dmax0 : p->dmax;
+    if (dm == 0)
+        return 0;
+    const float to_phase = 32768.0f / static_cast<float>(dm);
+    const float *k = row.tcoef_mm;
+    const float k1 = k[K1] * to_phase, k2 = k[K2] * to_phase, k3 = k[K3] / 10 * to_phase;
+    const auto cb = static_cast<float>(p->temp.temp_cb), ib = static_cast<float>(p->temp.temp_ib);
+    const float t0 = blk.t_cal0, t1 = blk.t_cal1;
+    if (!p->temp_model_ready)
+        return k1 * (cb - t0) / 10;
+
+    const float by_temp = _piecewise(cb, ib, t0, t1, k1, k2);
+    int fps = p->rate.fps_set;
+    if (dual)
+        fps = std::min(fps < 30 ? fps * 2 : 30, 30); // two exposures a frame
+    const int f0 = blk.fps >= 1 && blk.fps <= 30 ? blk.fps : 10;
+    const float by_rate = fps > 0 ? static_cast<float>(fps - f0) * k3 : 0.0f;
+    float by_intg = 0;
+    const uint32_t intg = p->intg_us;
+    if (intg >= 1 && intg <= 599) {
+        const float u = 100.0f / static_cast<float>(intg);
+        const float c = (k[C3] * u + k[C2]) * u * u + k[C1] * u + k[C0];
+        by_intg = (c > 0 ? c : 0.0f) * to_phase;
+    }
+    const float tc = by_temp + by_rate + by_intg;
+    const float mm = static_cast<float>(dm) / 32768.0f; // for the line
+    LOG_AS(0, "TRC", "_calc_get_temp_corr_phase",
+           "[%s]Tcb=%d[%d],Tib=%d[%d],fps=%d[%d/%d],intg=%d[%d],[cb:%.0f/%.1f,ib:%.0f/%.1f;fps:%.0f/%.1f] "
+           "=> tcorr: %.0f/%.1fmm(dmax=%d, intg_err=%.1f)\n",
+           int16_t{p->temp.temp_cb}, blk.t_cal0, int16_t{p->temp.temp_ib}, blk.t_cal1, fps, f0, blk.fps, intg,
+           blk.intg, k1, k[K1], k2, k[K2], by_rate, by_rate * mm, tc, tc * mm, dm, by_intg * mm);
+    return std::isfinite(tc) ? tc : 0.0f; // coefficients come from a file
+}
