@@ -10,11 +10,13 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "simd/target.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_SCALAR || HWY_HAVE_SCALABLE
+#if TQ_PLAIN_TARGET
 
 void Bpf2dIir(tq_bpf2d_iir_t *f, uint16_t *dst, const uint16_t *src)
 {

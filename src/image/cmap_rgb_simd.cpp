@@ -9,13 +9,15 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "simd/target.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace {
 namespace HWY_NAMESPACE {
 
 constexpr int kChunk = 64; // pixels between a step and the next: what scalars store, vectors load later
 
-#if HWY_TARGET == HWY_SCALAR || HWY_HAVE_SCALABLE
+#if TQ_PLAIN_TARGET
 
 constexpr bool kVectors = false;
 

@@ -8,11 +8,13 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "simd/target.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace {
 namespace HWY_NAMESPACE {
 
-#if HWY_TARGET == HWY_SCALAR
+#if TQ_PLAIN_TARGET
 
 void FlypixK3(uint16_t *dst, const uint16_t *src, int w, int h, int thr)
 {
