@@ -50,7 +50,7 @@ static void _play(const GlobalOptions &global, const PlayOptions &options)
     const bool table = options.each || truth;
     if (table && !options.json)
         std::printf("frame  index  size       cb     ib  valid%s\n",
-                    truth ? "   median mm   95 %% mm   bias mm" : "");
+                    truth ? "   median mm   95 % mm   bias mm" : "");
     std::vector<uint16_t> dist, gray;
     std::vector<float> true_m;
     double decode_s = 0;
