@@ -15,5 +15,9 @@ int64_t simd_targets();
 // tools, while no other thread runs a kernel.
 void simd_allow(int64_t targets);
 
+// The same by names, separated by commas, in any case: "plain", "all", or Highway's names of targets, of
+// which the best named one that this processor has runs. False for a name that is none; nothing changes then.
+bool simd_allow_names(const char *names);
+
 // The name of the form that runs now: "plain" or Highway's name of the target.
 const char *simd_name();

@@ -5,6 +5,7 @@
 #include <cstdio>
 
 #include "progress.h"
+#include "simd/dispatch.h"
 
 int main(int argc, char **argv)
 {
@@ -17,6 +18,16 @@ int main(int argc, char **argv)
     GlobalOptions global;
     app.add_flag("-v,--verbose", global.verbose, "show the library's log");
     app.add_option("--data", global.data_dir, "folder of calibration and lens files");
+
+    app.add_option_function<std::string>(
+           "--cpu-mask",
+           [](const std::string &names) {
+               if (!simd_allow_names(names.c_str()))
+                   throw CLI::ValidationError("--cpu-mask",
+                                              "plain, all, or targets such as SSE4,AVX2,AVX3,NEON");
+           },
+           "vector forms that may run: plain, all, or targets such as SSE4,AVX2,AVX3")
+        ->trigger_on_parse();
 
     add_list(app, global);
     add_info(app, global);
