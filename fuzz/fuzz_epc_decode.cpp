@@ -1,0 +1,165 @@
+// A frame of the E family from its header to images of every kind, on open cameras of three chips with
+// filters, frequency, calibration and region chosen by the input. The frame's information may lie.
+#include <algorithm>
+#include <cstdlib>
+#include <cstring>
+#include <memory>
+#include <vector>
+
+#include "drivers/epc/epc_priv.h"
+#include "link/link_ops.h"
+#include "tq_log.h"
+#include "tq_stream.h"
+
+namespace {
+const char *g_product;
+
+// Answers the product string and nothing else; takes everything.
+const tqcam_ll_ops_t LINK = {
+    .init = nullptr,
+    .uninit = nullptr,
+    .set_debug = nullptr,
+    .dev_open = [](tqcam_ll_dev_t *ll) { return ll; },
+    .dev_open_by_fd = nullptr,
+    .dev_close = [](tqcam_ll_dev_t *) {},
+    .dev_list = nullptr,
+    .exe_cmd = nullptr,
+    .tx_data = nullptr,
+    .cap_abort = [](tqcam_ll_dev_t *) {},
+    .cap_wait = nullptr,
+    .cap_start = nullptr,
+    .cap_stop = [](tqcam_ll_dev_t *) { return true; },
+    .cap_seek = nullptr,
+    .dev_reset = nullptr,
+    .reg_write = [](tqcam_ll_dev_t *, uint8_t, uint32_t, const uint32_t *, uint16_t) { return true; },
+    .reg_read = [](tqcam_ll_dev_t *, uint8_t, uint32_t, uint32_t *, uint16_t) { return true; },
+    .param_set = [](tqcam_ll_dev_t *, const tqcam_ll_param_t *, int) { return true; },
+    .param_get =
+        [](tqcam_ll_dev_t *, tqcam_ll_param_t *items, int count) {
+            for (int i = 0; i < count; i++) {
+                items[i].len = 0;
+                memset(items[i].value, 0, sizeof(items[i].value));
+                if (items[i].id == TQCAM_PARAM_PRODUCT) {
+                    items[i].len = static_cast<uint8_t>(strlen(g_product));
+                    memcpy(items[i].value, g_product, items[i].len);
+                }
+            }
+            return true;
+        },
+};
+
+tqcam_dev_t *open_camera(const char *product)
+{
+    static tqcam_dev_t cameras[3];
+    static int next;
+    tqcam_dev_t *dev = &cameras[next++];
+    g_product = product;
+    dev->priv = new tqcam_dev_priv_t();
+    dev->priv->ll.ops = &LINK;
+    dev->priv->ll.address.if_type = TQCAM_IF_USB;
+    dev->priv->ll.address.usb.speed = 3;
+    if (!tqcam_dev_open(dev))
+        abort();
+    return dev;
+}
+
+struct input_t {
+    const uint8_t *data;
+    size_t size;
+
+    template <typename T> T take()
+    {
+        T v = {};
+        const size_t n = std::min(size, sizeof(v));
+        memcpy(&v, data, n);
+        data += n;
+        size -= n;
+        return v;
+    }
+};
+
+// A mounted calibration of a small image, its planes repeating what the input holds.
+void mount(epc_priv_t *p, input_t *in)
+{
+    calib_result_t *c = &p->calib;
+    calib_result_reset(c);
+    c->blk.freq = p->mod_freq;
+    c->blk.img_w = 1 + in->take<uint8_t>() % 64;
+    c->blk.img_h = 1 + in->take<uint8_t>() % 64;
+    c->slope_k = in->take<int32_t>();
+    c->offset = in->take<int32_t>();
+    c->amp = in->take<float>();
+    c->omega = in->take<float>();
+    c->pha = in->take<float>();
+    c->ofs = in->take<float>();
+    for (float &coef : c->tcoef)
+        coef = in->take<float>();
+    c->tcoef_hdr.freq = in->take<uint32_t>();
+    const size_t n = size_t{2} * c->blk.img_w * c->blk.img_h;
+    c->planes = static_cast<float *>(calloc(n, sizeof(float))); // of the exact size, unlike the loader's
+    const float values[4] = {in->take<float>(), in->take<float>(), in->take<float>(), in->take<float>()};
+    for (size_t i = 0; i < n; i++)
+        c->planes[i] = values[i % 4];
+    p->roi = {};
+    if (in->take<uint8_t>() & 1) {
+        const calib_roi_t roi = in->take<calib_roi_t>();
+        if (calib_drnu_result_apply_roi(c, &roi))
+            p->roi = roi;
+    }
+    c->roi = p->roi;
+    p->calib_mounted = 1;
+}
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+{
+    static tqcam_dev_t *const cameras[] = {(tq_log_cfg(nullptr, 0, 7, 0), open_camera("XX-E1-YY")),
+                                           open_camera("XX-E3-YY"), open_camera("XX-E5-YY")};
+    input_t in = {data, size};
+    tqcam_drv_t *drv = cameras[in.take<uint8_t>() % 3]->priv->drv;
+    const tqcam_drv_ops_t *ops = drv->ops;
+    epc_priv_t *p = epc_priv(drv);
+
+    p->user_offset = 0;
+    p->hdr_en = p->sport_en = p->sport_mode = 0;
+    p->sys_scale = 1;
+    p->sys_offset = 0;
+    const uint32_t on = in.take<uint32_t>();
+    for (const uint32_t id : {1u, 2u, 4u, 5u, 6u, 9u, 10u, 12u, 13u, 14u}) {
+        const tqcam_filter_arg_t arg = in.take<tqcam_filter_arg_t>();
+        on >> id & 1 ? ops->filter_enable(drv, id, &arg) : ops->filter_disable(drv, id);
+    }
+    ops->on_update_intg_time(drv, on >> 16 & 1, 1);
+    ops->on_update_fps(drv, on >> 17 & 63);
+    if (on >> 24 & 1) {
+        const calib_roi_t roi = in.take<calib_roi_t>();
+        ops->on_update_roi(drv, reinterpret_cast<const uint8_t *>(&roi));
+    }
+    epc_event_freq_change(drv, in.take<uint32_t>(), 0);
+    if (on >> 25 & 1)
+        mount(p, &in);
+    if (on >> 26 & 1) {
+        p->sys_scale = in.take<float>();
+        p->sys_offset = in.take<float>();
+    }
+
+    const tq_frame_hdr_t hdr = in.take<tq_frame_hdr_t>();
+    tqcam_frame_info_t info = {}, made = {};
+    const bool usable = ops->frame_get_info(drv, &info, &hdr, in.data, static_cast<uint32_t>(in.size));
+    const std::unique_ptr<uint8_t[]> raw(new uint8_t[in.size]); // exact, for the sanitizer
+    memcpy(raw.get(), in.data, in.size);
+    if (usable && info.frame_size <= in.size) {
+        ops->frame_raw_proc(drv, raw.get(), 1, &info);
+        ops->frame_need_data(drv, raw.get(), 1, &made);
+    }
+    if (on >> 27 & 1) { // it lies
+        info.frame_size ^= hdr.time;
+        info.height += hdr.aux % 7;
+    }
+    const uint64_t pixels = uint64_t{info.width} * info.height;
+    std::vector<uint16_t> image(pixels < 65536 ? pixels : 16);
+    for (const int kind : {1, 2, 0, 2, 3})
+        ops->frame_decode(drv, image.data(), static_cast<uint32_t>(2 * image.size()), kind, raw.get(),
+                          static_cast<uint32_t>(in.size), &info);
+    return 0;
+}
