@@ -405,9 +405,9 @@ uint16_t sim_camera_sample(const sim_camera_t &cam, uint32_t pixel, double value
     }
     if (cam.defects.saturation != 0 && light > FULL_WELL)
         return 4095;
-    const double sample = std::floor(2048.5 + value + noise);
     const bool ends = cam.defects.saturation != 0;
-    return static_cast<uint16_t>(std::clamp(sample, ends ? 0.0 : 2.0, ends ? 4095.0 : 4093.0));
+    return static_cast<uint16_t>(
+        sim_round(std::clamp(2048 + value + noise, ends ? 0.0 : 2.0, ends ? 4095.0 : 4093.0)));
 }
 
 bool sim_camera_usable(const sim_camera_t &cam, uint32_t pixel, double value, double light)

@@ -7,6 +7,7 @@
 #include "prng.h"
 #include "scene.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 

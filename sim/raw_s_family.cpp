@@ -32,7 +32,7 @@ void _put_meta(uint8_t *meta, uint32_t size, const sim_camera_t &cam, uint32_t i
 // One value of 11 bits with the bytes of its word swapped.
 void _put_word(uint8_t *out, double value, bool usable)
 {
-    const int32_t v = static_cast<int32_t>(std::clamp(std::floor(value + 0.5), -1024.0, 1023.0));
+    const int32_t v = sim_round(std::clamp(value, -1024.0, 1023.0));
     const uint32_t word = static_cast<uint32_t>(v & 0x7FF) << 4 | (usable ? 0 : 0x8000);
     out[0] = static_cast<uint8_t>(word >> 8);
     out[1] = static_cast<uint8_t>(word);
@@ -78,9 +78,7 @@ void _make_iq(const sim_camera_t &cam, const sim_field_t &field, bool is_q, bool
         const double value =
             -gain * (is_q ? field.s[i] : field.c[i]) + sim_camera_noise(cam, gain * field.light[i], rng);
         if (packed)
-            _put_packed(out, i,
-                        usable ? static_cast<int32_t>(std::clamp(std::floor(value + 0.5), -2048.0, 2047.0))
-                               : 0);
+            _put_packed(out, i, usable ? sim_round(std::clamp(value, -2048.0, 2047.0)) : 0);
         else
             _put_word(out + 2 * i, value / 2, usable);
     }

@@ -45,7 +45,8 @@ void _meet_box(nearest_t *near, const vec_t &ray, const vec_t &lo, const vec_t &
                 return;
             continue;
         }
-        double t0 = a[i] / r[i], t1 = b[i] / r[i];
+        const double inverse = 1 / r[i];
+        double t0 = a[i] * inverse, t1 = b[i] * inverse;
         if (t0 > t1)
             std::swap(t0, t1);
         if (t0 > enter) {
