@@ -1,7 +1,6 @@
 #include "usb_descriptors.h"
 
 #include <algorithm>
-#include <cstring>
 
 namespace {
 
@@ -157,6 +156,6 @@ vcam_reply_t usb_standard_request(usb_device_t *dev, vcam_t *cam, const uint8_t 
     if ((setup[0] & 0x80) == 0)
         return {VCAM_OK, len, 0};
     const uint32_t n = static_cast<uint32_t>(std::min<size_t>(len, answer.size()));
-    memcpy(data, answer.data(), n);
+    std::copy_n(answer.begin(), n, data);
     return {VCAM_OK, n, 0};
 }

@@ -5,7 +5,6 @@
 #include "virtual_camera_params.h"
 
 #include <algorithm>
-#include <cstring>
 #include <deque>
 #include <map>
 #include <mutex>
@@ -220,7 +219,7 @@ uint32_t _status(vcam_t *cam, uint8_t *out, uint32_t len)
     if (_fires(cam, VCAM_OTHER_STATUS))
         record[2] ^= 1;
     const uint32_t n = std::min(len, STATUS_BYTES);
-    memcpy(out, record, n);
+    std::copy_n(record, n, out);
     return n;
 }
 
@@ -260,7 +259,7 @@ vcam_reply_t vcam_control(vcam_t *cam, const uint8_t setup[8], uint8_t *data, ui
         if (cam->cmd_type != type || cam->cmd_value != static_cast<uint8_t>(value) || !cam->failure.empty())
             return {VCAM_STALL, 0, 0};
         answer.actual = static_cast<uint32_t>(std::min<size_t>(len, cam->reply.size()));
-        memcpy(data, cam->reply.data(), answer.actual);
+        std::copy_n(cam->reply.begin(), answer.actual, data);
     }
     if (_fires(cam, VCAM_SHORT_CMD, command) && answer.actual > 0)
         answer.actual--;
@@ -393,7 +392,7 @@ vcam_reply_t vcam_bulk_in(vcam_t *cam, uint8_t *data, uint32_t len, uint64_t now
         answer.actual = std::min(answer.actual, _fault_value(cam, VCAM_SHORT_IN));
     if (_fires(cam, VCAM_LATE_IN))
         answer.delay_us = _fault_value(cam, VCAM_LATE_IN) * 1000;
-    memcpy(data, packet.data() + cam->packet_at, answer.actual);
+    std::copy_n(packet.begin() + static_cast<ptrdiff_t>(cam->packet_at), answer.actual, data);
     cam->packet_at += answer.actual;
     cam->stats.bytes += answer.actual;
     if (cam->packet_at == packet.size()) {
