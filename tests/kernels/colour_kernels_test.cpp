@@ -59,6 +59,8 @@ TEST(ColourKernels, U16)
             cmap_u16_to_rgb_simd(pal, src.data(), n, place(vector, l, n), lo, hi);
             ASSERT_TRUE(same_bits(plain, vector, 3)) << l.what << " " << n << " range " << lo << "-" << hi;
 
+            if (rng.below(4) != 0)
+                return;
             const rgb_out_t out = place(vector, l, n);
             std::vector<uint32_t> tbl((size_t)cmap_table_last(lo, hi) + 1);
             memset(vector.data(), 0x11, vector.size());
