@@ -21,3 +21,9 @@ void zero_amp_plain(uint16_t *dist, const uint32_t *amp, size_t n);
 
 // Gray from squared amplitude.
 void amp_to_gray_plain(uint16_t *gray, const uint32_t *amp, size_t n);
+
+// The forms that run: on vectors where the processor has them, with the same result.
+void min_amp(uint16_t *dist, const uint32_t *amp, size_t n, const min_amp_t &limits);
+void min_amp_hyst(uint16_t *dist, uint8_t *state, const uint32_t *amp, size_t n, const min_amp_t &limits);
+void zero_amp(uint16_t *dist, const uint32_t *amp, size_t n);
+void amp_to_gray(uint16_t *gray, const uint32_t *amp, size_t n);

@@ -138,9 +138,9 @@ static void _feature_minamp_filter(epc_priv_t *p, uint16_t *image, size_t n)
                               static_cast<uint32_t>(std::min<int64_t>(hi + h, UINT32_MAX))};
     const uint32_t *amp = p->amp_buf.as<uint32_t>();
     if (p->hyst_state.data && p->f_en_hysteresis)
-        min_amp_hyst_plain(image, p->hyst_state.as<uint8_t>(), amp, n, limits);
+        min_amp_hyst(image, p->hyst_state.as<uint8_t>(), amp, n, limits);
     else
-        min_amp_plain(image, amp, n, limits);
+        min_amp(image, amp, n, limits);
 }
 
 static int _decode_dist(const decode_t &c, int kind)
@@ -183,7 +183,7 @@ static int _decode_dist(const decode_t &c, int kind)
         tq_fhole_u16_k3(other, image, static_cast<int>(c.w), static_cast<int>(c.h), 0);
         std::swap(image, other);
     }
-    zero_amp_plain(image, p->amp_buf.as<uint32_t>(), c.n);
+    zero_amp(image, p->amp_buf.as<uint32_t>(), c.n);
     return static_cast<int>(2 * c.n);
 }
 
@@ -193,7 +193,7 @@ static int _decode_gray(const decode_t &c)
     DrvLock lock(p->decode_lock);
     if (p->amp_buf.data && p->amp_buf.size == c.n * sizeof(uint32_t) && p->info_hash == frame_hash(c.info)) {
         LOG_AS(0, "TRC", "epc_frame_decode", "[%s]use confid hash to calc gray ...\n");
-        amp_to_gray_plain(c.dst, p->amp_buf.as<uint32_t>(), c.n & ~size_t{3});
+        amp_to_gray(c.dst, p->amp_buf.as<uint32_t>(), c.n & ~size_t{3});
         return static_cast<int>(2 * c.n);
     }
     const bool merge = _merges(p);

@@ -135,7 +135,7 @@ int epc_calc_dist_raw(epc_priv_t *p, const epc_frame_t &f)
     if (!_shape_ok(f))
         return 0;
     const uint32_t mod_freq = p->mod_freq;
-    _run(f, _dist_of(p, f, mod_freq), epc_dist_row_plain, mod_freq, nullptr, nullptr, nullptr, _pixels(f));
+    _run(f, _dist_of(p, f, mod_freq), epc_dist_row, mod_freq, nullptr, nullptr, nullptr, _pixels(f));
     return 1;
 }
 
@@ -193,7 +193,7 @@ static int _calc_drnu(epc_priv_t *p, const epc_frame_t &f, epc_dist_t *d, const 
     }
     d->after_table = _after_table(p, d->after);
     const uint64_t pixels = f.mode.dcs == 4 ? _pixels(f) & ~uint64_t{3} : _pixels(f);
-    _run(f, *d, epc_drnu_row_plain, 0, _gray_reference(p, f), p->calib.planes,
+    _run(f, *d, epc_drnu_row, 0, _gray_reference(p, f), p->calib.planes,
          p->calib.planes + planes.stride, pixels);
     return 1;
 }

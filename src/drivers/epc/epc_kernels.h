@@ -82,6 +82,10 @@ void epc_dist_row_plain(const epc_row_t &row, const epc_dist_t &d);
 void epc_global_row_plain(const epc_row_t &row, const epc_dist_t &d);
 void epc_drnu_row_plain(const epc_row_t &row, const epc_dist_t &d);
 
+// The forms that run: on vectors where the processor has them, with the same result.
+void epc_dist_row(const epc_row_t &row, const epc_dist_t &d);
+void epc_drnu_row(const epc_row_t &row, const epc_dist_t &d);
+
 // Gray from masked samples: 4DCS and DIFF take four rows, LEVEL two. 0 where a sample is below 2 or above
 // 4093.
 void epc_gray_diff_row_plain(uint16_t *gray, const uint16_t *const p[4], size_t n);

@@ -44,7 +44,7 @@ static void _feature_minamp_filter(imx_priv_t *p, uint16_t *image, size_t n)
     const int64_t least = p->min_amp, band = p->f_param_hysteresis, lo = least * least;
     const uint32_t *amp = p->amp_buf.as<uint32_t>();
     if (!p->f_en_hysteresis) {
-        min_amp_plain(image, amp, n, {static_cast<uint32_t>(lo), UINT32_MAX, 0, UINT32_MAX});
+        min_amp(image, amp, n, {static_cast<uint32_t>(lo), UINT32_MAX, 0, UINT32_MAX});
         return;
     }
     if (!p->hyst_state.need(n)) {
@@ -53,7 +53,7 @@ static void _feature_minamp_filter(imx_priv_t *p, uint16_t *image, size_t n)
     }
     // A pixel without any light is bad in the band, too.
     const int64_t drop = std::max<int64_t>(lo - band * band, lo > 0 ? 1 : 0);
-    min_amp_hyst_plain(image, p->hyst_state.as<uint8_t>(), amp, n,
+    min_amp_hyst(image, p->hyst_state.as<uint8_t>(), amp, n,
                        {static_cast<uint32_t>(lo), UINT32_MAX, static_cast<uint32_t>(drop), UINT32_MAX});
 }
 
@@ -103,7 +103,7 @@ static int _decode_dist(imx_priv_t *p, imx_frame_t f, int kind, const tqcam_fram
         tq_fhole_u16_k3(other, image, w, h, 0);
         std::swap(image, other);
     }
-    zero_amp_plain(image, p->amp_buf.as<uint32_t>(), n);
+    zero_amp(image, p->amp_buf.as<uint32_t>(), n);
     return static_cast<int>(2 * n);
 }
 
@@ -113,7 +113,7 @@ static int _decode_gray(imx_priv_t *p, const imx_frame_t &f, const tqcam_frame_i
     DrvLock lock(p->decode_lock);
     if (p->amp_buf.data && p->amp_buf.size == n * sizeof(uint32_t) && p->info_hash == frame_hash(info)) {
         LOG_AS(0, "TRC", _fn, "[%s]use confid hash to calc gray ...\n");
-        amp_to_gray_plain(f.dist, p->amp_buf.as<uint32_t>(), n);
+        amp_to_gray(f.dist, p->amp_buf.as<uint32_t>(), n);
     } else if (!imx_calc_gray(f.dist, f)) {
         std::memset(f.dist, 0, n * sizeof(*f.dist));
     }
