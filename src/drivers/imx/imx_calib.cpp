@@ -45,6 +45,20 @@ static void _install_default_temp(imx_priv_t *p)
     p->temp_model_ready = true;
 }
 
+// Some kits mount the sensor the other way round, while their calibration shows the image as it should be.
+// None that is known yet can be told from the others.
+static bool _is_mirrored(const imx_priv_t *)
+{
+    return false;
+}
+
+void imx_calib_mirror(calib_result_t *c)
+{
+    const size_t w = c->blk.img_w, rows = size_t{2} * c->blk.img_h; // slopes, offsets
+    for (size_t row = 0; c->planes && row < rows; row++)
+        std::reverse(c->planes + row * w, c->planes + (row + 1) * w);
+}
+
 // Loads one row's calibration and cuts it to the device's region; false when nothing applies.
 static bool _load_row(tqcam_drv_t *drv, int index)
 {
@@ -69,6 +83,10 @@ static bool _load_row(tqcam_drv_t *drv, int index)
             p->mod_freq0 = static_cast<uint32_t>(freq);
         p->calib_lens = p->lens_pool.keep(c->lens);
         c->lens = nullptr;
+    }
+    if (_is_mirrored(p)) {
+        LOG_AS(1, "DBG", fn, "[%s] * IMX570 Minikit h-reverse...\n");
+        imx_calib_mirror(c);
     }
     if (roi_is_unset(p->roi)) {
         p->roi = c->roi;
@@ -138,15 +156,16 @@ int imx_calc_mount_calib(tqcam_drv_t *drv)
     return imx_calc_mount_calib_ex(drv, 0);
 }
 
-// Piecewise around 20 degrees: below, the sensor drifts twice as fast, and below 0 by a line of its own.
+// Piecewise around 20 degrees: below, the sensor drifts twice as fast, and below 0 by a line of its own. Sums
+// run from left to right.
 static float _piecewise(float cb, float ib, float t0, float t1, float k1, float k2)
 {
     if (cb >= 200)
         return k1 * (cb - t0) / 10 + k2 * (ib - t1) / 10;
-    const float at_20 = k1 * (200 - t0) / 10 + k2 * (200 - t1) / 10;
+    const float cb_at_20 = k1 * (200 - t0) / 10, ib_at_20 = k2 * (200 - t1) / 10;
     if (cb >= 0)
-        return 2 * k1 * (cb - 200) / 10 + 2 * k2 * (ib - 200) / 10 + at_20;
-    return 2 * k1 * cb / 10 + 2 * k2 * ib / 10 - 2.5f * (k1 + k2) * 200 / 10 + at_20;
+        return 2 * k1 * (cb - 200) / 10 + 2 * k2 * (ib - 200) / 10 + cb_at_20 + ib_at_20;
+    return 2 * k1 * cb / 10 + 2 * k2 * ib / 10 - 2.5f * (k1 + k2) * 200 / 10 + cb_at_20 + ib_at_20;
 }
 
 float imx_temp_corr_phase(const imx_priv_t *p, int index)
@@ -157,9 +176,9 @@ float imx_temp_corr_phase(const imx_priv_t *p, int index)
     const int32_t dm = dual ? p->dmax0 : p->dmax;
     if (dm == 0)
         return 0;
-    const float to_phase = 32768.0f / static_cast<float>(dm);
+    const auto phase = [dm](float mm) { return mm * 32768.0f / static_cast<float>(dm); };
     const float *k = row.tcoef_mm;
-    const float k1 = k[K1] * to_phase, k2 = k[K2] * to_phase, k3 = k[K3] / 10 * to_phase;
+    const float k1 = phase(k[K1]), k2 = phase(k[K2]), k3 = phase(k[K3] / 10);
     const auto cb = static_cast<float>(p->temp.temp_cb), ib = static_cast<float>(p->temp.temp_ib);
     const float t0 = blk.t_cal0, t1 = blk.t_cal1;
     if (!p->temp_model_ready)
@@ -167,8 +186,8 @@ float imx_temp_corr_phase(const imx_priv_t *p, int index)
 
     const float by_temp = _piecewise(cb, ib, t0, t1, k1, k2);
     int fps = p->rate.fps_set;
-    if (dual)
-        fps = std::min(fps < 30 ? fps * 2 : 30, 30); // two exposures a frame
+    if (dual && fps > 0)
+        fps = fps < 15 ? fps * 2 : 30; // two exposures a frame
     const int f0 = blk.fps >= 1 && blk.fps <= 30 ? blk.fps : 10;
     const float by_rate = fps > 0 ? static_cast<float>(fps - f0) * k3 : 0.0f;
     float by_intg = 0;
@@ -176,7 +195,7 @@ float imx_temp_corr_phase(const imx_priv_t *p, int index)
     if (intg >= 1 && intg <= 599) {
         const float u = 100.0f / static_cast<float>(intg);
         const float c = (k[C3] * u + k[C2]) * u * u + k[C1] * u + k[C0];
-        by_intg = (c > 0 ? c : 0.0f) * to_phase;
+        by_intg = phase(c > 0 ? c : 0.0f);
     }
     const float tc = by_temp + by_rate + by_intg;
     const float mm = static_cast<float>(dm) / 32768.0f; // for the line

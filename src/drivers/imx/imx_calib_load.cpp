@@ -45,7 +45,8 @@ static void _decide_calibrated(tqcam_drv_t *drv, bool freq_read, freq_pair_t fre
     if (freq_read) {
         LOG_AS(4, "INF", _fn, "[%s] adapting to device MOD_FREQ : [%u, %u] HZ\n", freq.f0, freq.f1);
         imx_event_freq_change(drv, freq.f0, freq.f1);
-        if (_mounted(p))
+        // Frames of two frequencies can't be read with one: they stay as they are, without calibration.
+        if (_mounted(p) || freq.f1)
             return;
     } else {
         LOG_AS(6, "ERR", _fn, "[%s] get mod freq failed\n");

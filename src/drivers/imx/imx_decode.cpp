@@ -20,20 +20,19 @@ static int _malloc_failed()
     return -1;
 }
 
-// Distance into image and squared amplitude into amp_buf. A frame that brings no distance leaves an empty
+// Distance and squared amplitude. A frame that brings no distance leaves an empty
 // image.
 static void _calc(imx_priv_t *p, imx_frame_t f, int kind)
 {
     DrvLock lock(p->calib_lock); // planes and terms must stay until the frame is done
+    const auto calc = kind == DRV_KIND_RAW || !imx_calib_is_ready(p) ? imx_calc_dist_calib_none
+                      : p->f_en_pix_calib                            ? imx_calc_dist_calib_drnu
+                                                                     : imx_calc_dist_calib_simple_sincor;
+    if (calc(p, f))
+        return;
     const size_t n = size_t{f.w} * f.h;
     std::memset(f.dist, 0, n * sizeof(*f.dist));
     std::memset(f.amp, 0, n * sizeof(*f.amp));
-    if (kind == DRV_KIND_RAW || !imx_calib_is_ready(p))
-        imx_calc_dist_calib_none(p, f);
-    else if (p->f_en_pix_calib)
-        imx_calc_dist_calib_drnu(p, f);
-    else
-        imx_calc_dist_calib_simple_sincor(p, f);
 }
 
 // Only dark pixels are dropped here: this chip marks saturated ones by itself.

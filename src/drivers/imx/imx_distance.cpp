@@ -65,7 +65,7 @@ static imx_line_t _line_of(const imx_priv_t *p, int row, int32_t dm, imx_calib_k
     if (p->f_en_temp_corr) {
         line.tc = imx_temp_corr_phase(p, row);
         if (row == 1)
-            line.tc = line.tc * (static_cast<float>(p->dmax0) / static_cast<float>(dm));
+            line.tc = line.tc * static_cast<float>(p->dmax0) / static_cast<float>(dm);
     }
     line.slope = static_cast<float>(c.slope_k) / 1000.0f;
     line.offset = static_cast<float>(c.offset);
@@ -149,16 +149,15 @@ static int _calc_dual(imx_priv_t *p, const imx_frame_t &f, imx_calib_kind_t kind
 
 static int _calc(imx_priv_t *p, const imx_frame_t &f, imx_calib_kind_t kind)
 {
-    const uint64_t n = uint64_t{f.w} * f.h;
+    if (uint64_t{f.w} * f.h % 4 != 0)
+        return 0;
     switch (f.format->code) {
     case IMX_FMT_4DCS:
-    case IMX_FMT_PACKED:
-    case IMX_FMT_PACKED_DUAL:
-        if (n % 4 != 0)
-            return 0;
-        return f.format->dual ? _calc_dual(p, f, kind) : _calc_single(p, f, kind);
     case IMX_FMT_HDR:
+    case IMX_FMT_PACKED:
         return _calc_single(p, f, kind);
+    case IMX_FMT_PACKED_DUAL:
+        return _calc_dual(p, f, kind);
     case IMX_FMT_IQ:
         if (kind != CALIB_NONE)
             return _calc_single(p, f, kind);

@@ -17,6 +17,29 @@ static bool _is_imx570(const tqcam_dev_t *dev)
     return !std::strncmp(product, "IMX570-", 7) || std::sscanf(product, "%*32[^-]-S%dC%d-", &s, &c) == 2;
 }
 
+// The lens that the device itself stores, in three pieces; it is logged alone.
+static void _log_dev_lens(tqcam_dev_t *dev)
+{
+    constexpr size_t PIECE = 16;
+    tqcam_param_item_t items[3] = {};
+    for (int i = 0; i < 3; i++) {
+        constexpr uint8_t ids[] = {22, 86, 87};
+        items[i].param_id = ids[i];
+        items[i].param_len = PIECE;
+    }
+    if (!tqcam_param_batch_get(dev, items, 3))
+        return;
+    uint8_t bytes[3 * PIECE];
+    for (size_t i = 0; i < 3; i++)
+        std::memcpy(bytes + PIECE * i, items[i].value, PIECE);
+    float v[9]; // cx, cy, fx, fy, five distortion values
+    std::memcpy(v, bytes, sizeof(v));
+    if (v[2] != 0 && v[3] != 0)
+        LOG_AS(1, "DBG", "imx_init",
+               "[%s]len param in dev: cx:%f, cy:%f, fx:%f, fy:%f, d0:%f, d1:%f, d2:%f, d3:%f ,d4:%f\n", v[0],
+               v[1], v[2], v[3], v[4], v[5], v[6], v[7], v[8]);
+}
+
 static void _fill_tele_table(imx_priv_t *p)
 {
     const tqtele_var_t table[IMX_TELE_VARS] = {
@@ -61,6 +84,9 @@ bool imx_init(tqcam_drv_t *drv, tqcam_dev_t *dev)
     _fill_tele_table(p);
     p->tele = tqtele_register(p->tele_table, IMX_TELE_VARS);
     p->is_imx570 = _is_imx570(dev);
+    if (p->is_imx570)
+        LOG_DEBUG("[%s] * Temp-ceof dependent on freq mode: Enabled\n");
+    _log_dev_lens(dev);
     imx_use_cases_init(p);
     for (imx_row_t &row : p->rows)
         calib_result_reset(&row.calib);

@@ -16,6 +16,20 @@ static void _refresh_sys_calib(imx_priv_t *p)
     p->sys_offset = offset;
 }
 
+// Under one lock: a decode meets frequencies, ranges and calibrations that belong together.
+static void _mount(tqcam_drv_t *drv)
+{
+    imx_priv_t *p = imx_priv(drv);
+    if (p->mod_freq1)
+        imx_calc_mount_calib_ex(drv, 1);
+    else
+        imx_calc_mount_calib(drv);
+    p->dmax0 = range_of(p->mod_freq0); // with frequency 0, the calibration's
+    p->dmax1 = range_of(p->mod_freq1); // 0 for one frequency: a frame of two can't be unwrapped then
+    if (!p->mod_freq1)
+        p->dmax = p->dmax0;
+}
+
 void imx_event_freq_change(tqcam_drv_t *drv, uint32_t f0, uint32_t f1)
 {
     imx_priv_t *p = imx_priv(drv);
@@ -31,17 +45,7 @@ void imx_event_freq_change(tqcam_drv_t *drv, uint32_t f0, uint32_t f1)
     imx_calc_unmount_calib(drv);
     p->mod_freq0 = f0;
     p->mod_freq1 = f1;
-    // Under one lock: a decode meets frequencies, ranges and calibrations that belong together.
-    if (f1) {
-        imx_calc_mount_calib_ex(drv, 1);
-        p->dmax0 = range_of(p->mod_freq0);
-        p->dmax1 = range_of(f1);
-    } else {
-        imx_calc_mount_calib(drv);
-        p->dmax = range_of(p->mod_freq0);
-        p->dmax0 = p->dmax;
-        p->dmax1 = 0; // a frame of two frequencies can't be unwrapped now
-    }
+    _mount(drv);
     tqcam_lens_param_t lens;
     imx_lens_update(drv, &lens);
     p->f_en_pix_calib = p->calib_mounted;
@@ -184,7 +188,7 @@ void imx_on_update_roi(tqcam_drv_t *drv, const uint8_t *value)
         p->img_h = h;
         if (!ready) {
             imx_calc_unmount_calib(drv);
-            imx_calc_mount_calib_ex(drv, p->mod_freq1 != 0);
+            _mount(drv);
         }
         imx_lens_update(drv, &lens);
     }

@@ -38,7 +38,8 @@ bool imx_frame_get_info(tqcam_drv_t *drv, tqcam_frame_info_t *out, const tq_fram
         return false;
     p->frame_ok = 1;
     _temperatures(p, hdr);
-    _temp_monitor(p);
+    if (hdr->frame_fmt != 171) // calibration data
+        _temp_monitor(p);
 
     std::memset(out, 0, sizeof(*out));
     if (hdr->frame_fmt & 0xFF00) { // not an image: the header itself goes on

@@ -153,6 +153,7 @@ int imx_calc_mount_calib(tqcam_drv_t *drv);              // one frequency
 int imx_calc_mount_calib_ex(tqcam_drv_t *drv, int dual); // two
 void imx_calc_unmount_calib(tqcam_drv_t *drv);
 bool imx_calib_is_ready(const imx_priv_t *p);
+void imx_calib_mirror(calib_result_t *c); // left and right, before a region was cut
 float imx_temp_corr_phase(const imx_priv_t *p, int index);
 
 // imx_frame_info.cpp
