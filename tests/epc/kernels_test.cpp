@@ -166,7 +166,8 @@ TEST(EpcKernel, DrnuTableEqualsRule)
     std::vector<uint16_t> table(3 * 12491);
     for (int i = 0; i < 3 * 12491; i++)
         table[static_cast<size_t>(i)] = epc_after(i - 12491, d.after);
-    for (float offset : {-40000.0f, -12491.0f, -12492.0f, -200.0f, 0.0f, 9000.0f, 24981.0f, 24982.0f, 1e9f}) {
+    for (float offset :
+         {-40000.0f, -12492.0f, -12491.9f, -12491.0f, -200.0f, -0.5f, 0.0f, 0.5f, 24981.9f, 24982.0f, 1e9f}) {
         d.after_table = {};
         const uint16_t rule = run(epc_drnu_row_plain, d, 2148, 2048, 2048, 2048, 1, offset).dist;
         d.after_table = {table.data(), -12491, 3 * 12491};

@@ -1,16 +1,70 @@
 // Distance corrected by a slope and an offset of each pixel. What follows the line depends on the whole
 // millimetre alone and is looked up where the table reaches.
+#include <cmath>
+
 #include "drivers/epc/epc_samples.h"
+
+// Phase less the temperature correction, cut to a whole one, as millimetres.
+struct drnu_any_t {
+    int64_t dmax;
+    float tc;
+    float operator()(int32_t phase) const
+    {
+        return static_cast<float>(to_i32(static_cast<float>(phase) - tc) * dmax / PHASE_TURN);
+    }
+};
+
+// The same where neither the conversion nor the product can leave 32 bits, as with every sound calibration.
+struct drnu_small_t {
+    int32_t dmax;
+    float tc;
+    static bool serves(int64_t dmax, float tc) { return dmax < 32768 && std::fabs(tc) <= PHASE_TURN; }
+    float operator()(int32_t phase) const
+    {
+        return static_cast<float>(static_cast<int32_t>(static_cast<float>(phase) - tc) * dmax / PHASE_TURN);
+    }
+};
+
+// Outside the table; apart, so that it takes no registers from the loop.
+[[gnu::noinline]] static uint16_t _beyond_table(int32_t mm, const epc_after_t &a)
+{
+    return epc_after(mm, a);
+}
+
+static constexpr uint16_t NO_PHASE = 0xFFFF;
+
+// Two passes over a row: the chain from samples to distance is too long to overlap with the next pixels'.
+template <class Mm> static void _drnu_row(const epc_row_t &row, const epc_dist_t &d, const Mm mm_of)
+{
+    epc_dist_t phases = d;
+    phases.invalid = NO_PHASE;
+    epc_row_by_form(row, phases, [](int32_t phase, size_t) { return static_cast<uint16_t>(phase); });
+
+    uint16_t *const dist = row.dist;
+    const float *const slope = row.slope, *const offset = row.offset;
+    const size_t n = row.n;
+    const float off = static_cast<float>(d.off);
+    const epc_after_table_t t = d.after_table;
+    const float below = static_cast<float>(t.lo - 1);
+    const float above = t.n ? static_cast<float>(t.lo + int64_t{t.n}) : below;
+    for (size_t x = 0; x < n; x++) {
+        const uint16_t phase = dist[x];
+        if (phase == NO_PHASE) {
+            dist[x] = d.invalid;
+            continue;
+        }
+        const float mm = mm_of(phase) * slope[x] + offset[x] + off;
+        if (mm > below && mm < above) // whole millimetres in the table
+            dist[x] = t.table[static_cast<int32_t>(mm) - t.lo];
+        else
+            dist[x] = _beyond_table(to_i32(mm), d.after);
+    }
+}
 
 void epc_drnu_row_plain(const epc_row_t &row, const epc_dist_t &d)
 {
-    const int64_t dmax = d.dmax;
-    const float off = static_cast<float>(d.off);
-    const epc_after_table_t t = d.after_table;
-    epc_row_by_form(row, d, [&](int32_t phase, size_t x) {
-        const int64_t d0 = to_i32(static_cast<float>(phase) - d.tc) * dmax / PHASE_TURN;
-        const int32_t mm = to_i32(static_cast<float>(d0) * row.slope[x] + row.offset[x] + off);
-        const uint32_t index = static_cast<uint32_t>(mm) - static_cast<uint32_t>(t.lo);
-        return index < t.n ? t.table[index] : epc_after(mm, d.after);
-    });
+    if (drnu_small_t::serves(d.dmax, d.tc))
+        _drnu_row(row, d, drnu_small_t{d.dmax, d.tc});
+    else
+        _drnu_row(row, d, drnu_any_t{d.dmax, d.tc});
 }

@@ -53,7 +53,7 @@ inline uint16_t epc_after(int32_t d, const epc_after_t &a)
     return static_cast<uint16_t>(r);
 }
 
-// epc_after for d in lo to lo + n - 1.
+// epc_after for d in lo to lo + n - 1, 0 among them; n may be 0.
 struct epc_after_table_t {
     const uint16_t *table;
     int32_t lo;

@@ -1,0 +1,196 @@
+// The EPC family: its kernels on a simulated frame, and whole decodes through the API on a recording of it.
+#include "bench_support.h"
+
+#include <filesystem>
+#include <memory>
+
+#include "calib_file_writer.h"
+#include "drivers/common/amp_kernels.h"
+#include "drivers/common/phase.h"
+#include "drivers/epc/epc_kernels.h"
+#include "frame_source.h"
+#include "replay_recorder.h"
+#include "tqcam.h"
+
+namespace {
+constexpr int W = 320, H = 240, N = W * H;
+constexpr uint32_t FREQ = 12000000;
+
+// A frame of a room with noise, and a camera opened on its recording, made at first use.
+struct camera_t {
+    std::vector<uint16_t> raw;
+    tqcam_frame_info_t info;
+    tqcam_dev_t *dev = nullptr;
+
+    static camera_t &get()
+    {
+        static camera_t camera;
+        return camera;
+    }
+    ~camera_t()
+    {
+        tqcam_dev_close(dev);
+        tqcam_uninit();
+        std::filesystem::remove_all(dir);
+    }
+
+  private:
+    const std::filesystem::path dir = std::filesystem::temp_directory_path() / "tqcam_epc_bench";
+
+    camera_t()
+    {
+        namespace fs = std::filesystem;
+        const fs::path old = fs::current_path();
+        fs::create_directories(dir);
+        fs::current_path(dir); // the calibration that the recording carries is unpacked here
+        sim_config_t cfg = sim_config_default(sim_camera_find("E1"));
+        sim_source_ptr_t source = sim_source_live(cfg);
+        sim_recorder_t rec;
+        std::string error;
+        sim_frame_t frame;
+        if (!sim_recorder_open(&rec, "room.oni", nullptr, cfg, "calib.bin", calibration(), &error) ||
+            !source->next(source->self, &frame) || !sim_recorder_add(&rec, frame) ||
+            !sim_recorder_close(&rec))
+            std::abort();
+        raw.resize(frame.data.size() / 2);
+        memcpy(raw.data(), frame.data.data(), frame.data.size());
+        info = sim_frame_info(frame);
+        tqcam_init("");
+        tqcam_log_cfg(7, 7, 7);
+        tqcam_path_set((dir / "").c_str());
+        dev = tqcam_dev_open_by_uri("room.oni");
+        if (!dev)
+            std::abort();
+        fs::current_path(old);
+    }
+
+    static std::vector<uint8_t> calibration()
+    {
+        std::mt19937 rng(1);
+        std::vector<float> planes(2 * N);
+        for (int i = 0; i < N; i++) {
+            planes[(size_t)i] = 0.99f + (float)(rng() % 200) * 1e-4f;
+            planes[(size_t)(N + i)] = (float)(rng() % 60) - 150;
+        }
+        calib_blk_info_t blk = {};
+        blk.freq = FREQ;
+        blk.img_w = W;
+        blk.img_h = H;
+        blk.scale = 32768;
+        sim_calib_file_t file = sim_calib_file(150, 142);
+        sim_calib_add_result(file, blk, {1000, -120, 12, 0.002f, 0.5f, 1, {}}, planes);
+        return sim_calib_file_bytes(file);
+    }
+};
+
+// Runs a row kernel over the frame, each row to its place.
+struct frame_rows_t {
+    std::vector<uint16_t> dist = std::vector<uint16_t>(N), table = std::vector<uint16_t>(3 * 12491);
+    std::vector<uint32_t> amp = std::vector<uint32_t>(N);
+    std::vector<float> planes = std::vector<float>(2 * N, 1);
+    epc_dist_t d = {};
+
+    frame_rows_t()
+    {
+        d.base = PHASE_HALF;
+        d.dmax = range_of(FREQ);
+        d.after = {{12, 0.002f, 0.5f, 1}, 32768, 0, d.dmax};
+        d.global_k = (float)(d.dmax / 32768.0);
+        d.slope_k = 1000;
+        for (int i = 0; i < (int)table.size(); i++)
+            table[(size_t)i] = epc_after(i - d.dmax, d.after);
+        d.after_table = {table.data(), -d.dmax, (uint32_t)table.size()};
+    }
+    void run(void (*kernel)(const epc_row_t &, const epc_dist_t &))
+    {
+        const uint16_t *raw = camera_t::get().raw.data();
+        for (uint32_t y = 0; y < H; y++) {
+            const uint32_t at = y * W, out = epc_image_row(y, H) * W;
+            kernel({{raw + at, raw + N + at, raw + 2 * N + at, raw + 3 * N + at},
+                    nullptr,
+                    &dist[out],
+                    &amp[out],
+                    &planes[at],
+                    &planes[N + at],
+                    W},
+                   d);
+        }
+    }
+};
+
+void add_kernels()
+{
+    const auto rows = std::make_shared<frame_rows_t>();
+    bench_row("epc/phase_4dcs/plain", N, [rows] { rows->run(epc_dist_row_plain); });
+    bench_row("epc/phase_4dcs_global/plain", N, [rows] { rows->run(epc_global_row_plain); });
+    bench_row("epc/phase_4dcs_drnu/plain", N, [rows] { rows->run(epc_drnu_row_plain); });
+    bench_copy("epc/phase_4dcs", N, (size_t)N * 14 / 2); // 8 bytes in, 6 out
+    bench_row("epc/row_sort/plain", N, [rows, to = std::vector<uint16_t>(N)]() mutable {
+        epc_row_sort_u16_plain(to.data(), rows->dist.data(), W, H);
+    });
+    bench_row("epc/hdr_merge/plain", N,
+              [rows] { epc_hdr_merge_plain(rows->dist.data(), rows->amp.data(), W, H); });
+    bench_row("epc/min_amp_hyst/plain", N, [rows, state = std::vector<uint8_t>(N)]() mutable {
+        min_amp_hyst_plain(rows->dist.data(), state.data(), rows->amp.data(), N,
+                           {900, 4072324, 800, 4072424});
+    });
+    bench_row("epc/zero_amp/plain", N, [rows] { zero_amp_plain(rows->dist.data(), rows->amp.data(), N); });
+    bench_row("epc/amp_to_gray/plain", N, [rows, to = std::vector<uint16_t>(N)]() mutable {
+        amp_to_gray_plain(to.data(), rows->amp.data(), N);
+    });
+    bench_row("epc/gray_4dcs/plain", N, [to = std::vector<uint16_t>(N)]() mutable {
+        const uint16_t *raw = camera_t::get().raw.data();
+        for (int y = 0; y < H; y++) {
+            const uint16_t *p[4] = {raw + y * W, raw + N + y * W, raw + 2 * N + y * W, raw + 3 * N + y * W};
+            epc_gray_diff_row_plain(&to[(size_t)(y * W)], p, W);
+        }
+    });
+}
+
+// What a decode runs with.
+struct setup_t {
+    const char *name;
+    bool calibrated, each_pixel, all_filters;
+};
+
+void add_decodes()
+{
+    static const setup_t setups[] = {{"epc/decode_default", false, false, false},
+                                     {"epc/decode_all_filters", false, false, true},
+                                     {"epc/decode_global", true, false, false},
+                                     {"epc/decode_drnu", true, true, false},
+                                     {"epc/decode_drnu_all_filters", true, true, true}};
+    for (const setup_t &s : setups)
+        bench_forms(s.name, N, [&s, image = std::vector<uint16_t>(N)]() mutable {
+            camera_t &cam = camera_t::get();
+            static const setup_t *now;
+            if (now != &s) {
+                now = &s;
+                tqcam_filter_arg_t denoise = {}, fly = {};
+                denoise.denoise = {240, 20};
+                fly.mode = 12;
+                const auto set = [&](uint32_t id, bool on, const tqcam_filter_arg_t *arg) {
+                    on ? tqcam_filter_enable(cam.dev, id, arg) : tqcam_filter_disable(cam.dev, id);
+                };
+                const uint32_t freq = s.calibrated ? FREQ : FREQ + 1; // one that isn't calibrated
+                tqcam_param_item_t item = {};
+                item.param_id = TQCAM_PARAM_MOD_FREQ;
+                item.param_len = 4;
+                memcpy(item.value, &freq, 4);
+                tqcam_param_batch_set(cam.dev, &item, 1);
+                set(TQCAM_FILTER_PIXEL_CALIB, s.each_pixel, nullptr);
+                set(TQCAM_FILTER_DENOISE, s.all_filters, &denoise);
+                set(TQCAM_FILTER_FLY_PIXEL, s.all_filters, &fly);
+            }
+            if (tqcam_frame_get_dist_u16(cam.dev, image.data(), N, cam.raw.data(),
+                                         (uint32_t)cam.raw.size() * 2, &cam.info) != N)
+                std::abort();
+        });
+}
+
+const bool added = [] {
+    add_kernels();
+    add_decodes();
+    return true;
+}();
+} // namespace
