@@ -8,12 +8,13 @@
 
 #include <hwy/highway.h>
 
+#include "simd/target.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace tq_drnu_fit {
 namespace HWY_NAMESPACE {
-#if HWY_TARGET == HWY_SCALAR
+#if TQ_PLAIN_TARGET
 
-// One lane has no halves.
 void FitTile(const drnu_fit_t *fit, size_t first, int count, float *work, float *slope, float *offset,
              float *r2)
 {

@@ -1,4 +1,4 @@
-// The two checksums of the stream, in their plain forms, which define the results.
+// The two checksums of the stream: the plain forms, which define the results, and a form on vectors.
 #pragma once
 
 #include <cstddef>
@@ -6,6 +6,7 @@
 
 // Fletcher sum with modulus 255 over len bytes; seed holds the two running sums, low byte first.
 uint16_t stream_hash16_plain(const uint8_t *bytes, size_t len, uint32_t seed);
+uint16_t stream_hash16_simd(const uint8_t *bytes, size_t len, uint32_t seed);
 
 // Sum modulo 2^32 of the whole little-endian u32 words of len bytes; up to 3 bytes at the end don't count.
 uint32_t stream_sum32_plain(const uint8_t *bytes, size_t len);

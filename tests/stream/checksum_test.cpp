@@ -3,6 +3,7 @@
 
 #include "packets.h"
 #include "stream/checksum.h"
+#include "support/kernel_check.h"
 
 TEST(Checksum, KnownFletcherSums)
 {
@@ -17,7 +18,7 @@ TEST(Checksum, KnownFletcherSums)
 TEST(Checksum, LongInputAgreesWithTheRuleByteByByte)
 {
     std::mt19937 random(1);
-    for (const size_t len : {1u, 34u, 5799u, 5800u, 5801u, 100000u}) {
+    for (const size_t len : {1u, 34u, 128u, 319u, 5799u, 5800u, 5801u, 8191u, 8192u, 16447u, 100000u}) {
         for (const bool ones : {false, true}) {
             bytes_t data(len);
             for (uint8_t &b : data)
@@ -27,7 +28,11 @@ TEST(Checksum, LongInputAgreesWithTheRuleByteByByte)
                 a = (a + byte) % 255;
                 b = (b + a) % 255;
             }
-            EXPECT_EQ(tq_stream_hash16(data.data(), static_cast<int32_t>(len), 0xFFFF), a | (b << 8)) << len;
+            for_each_target([&] {
+                EXPECT_EQ(tq_stream_hash16(data.data(), static_cast<int32_t>(len), 0xFFFF), a | (b << 8))
+                    << len;
+            });
+            EXPECT_EQ(stream_hash16_plain(data.data(), len, 0xFFFF), a | (b << 8)) << len;
         }
     }
 }
