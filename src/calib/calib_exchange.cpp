@@ -108,7 +108,8 @@ static bool _fetch_pack(tqcam_dev_t *dev)
 
 bool tqcam_param_load_from_dev(tqcam_dev_t *dev)
 {
-    if (!dev_is_open(dev, __func__))
+    ApiGuard guard(dev, __func__);
+    if (!guard)
         return false;
     tqcam_cap_stop(dev);
     tqcam_cap_cfg_t cfg = {};
@@ -126,7 +127,8 @@ bool tqcam_param_load_from_dev(tqcam_dev_t *dev)
 
 bool tqcam_calib_bin_data_pk_and_download_ex(tqcam_dev_t *dev, int compress, int download, const char *path)
 {
-    if (!dev_is_open(dev, __func__))
+    ApiGuard guard(dev, __func__);
+    if (!guard)
         return false;
     tqcam_param_item_t item;
     if (!_get_param(dev, TQCAM_PARAM_CHIP_ID, 6, &item)) {

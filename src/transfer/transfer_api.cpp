@@ -2,34 +2,32 @@
 #include "api/device.h"
 #include "log/log.h"
 
-static bool _usable(const tqcam_dev_t *dev, const char *caller)
+static int _wrong_params(const char *caller)
 {
-    if (dev && dev->priv && dev->priv->opened)
-        return true;
     LOG_AS(1, "DBG", caller, "[%s]Wrong params\n");
-    return false;
+    return -1;
 }
 
 int tqcam_firmware_upgrade(tqcam_dev_t *dev, uint16_t type, uint16_t version, const char *path)
 {
-    if (!_usable(dev, __func__))
-        return -1;
     ApiGuard guard(dev);
+    if (!guard)
+        return _wrong_params(__func__);
     return tqcam_ll_firmware_upgrade(&dev->priv->ll, type, version, path);
 }
 
 int tqcam_data_download(tqcam_dev_t *dev, const char *path, uint16_t type, uint16_t version, uint32_t addr)
 {
-    if (!_usable(dev, __func__))
-        return -1;
     ApiGuard guard(dev);
+    if (!guard)
+        return _wrong_params(__func__);
     return tqcam_bin_data_write(&dev->priv->ll, type, version, addr, path);
 }
 
 int tqcam_data_upload(tqcam_dev_t *dev, uint16_t type, const char *path)
 {
-    if (!_usable(dev, __func__))
-        return -1;
     ApiGuard guard(dev);
+    if (!guard)
+        return _wrong_params(__func__);
     return tqcam_bin_data_read(&dev->priv->ll, type, path);
 }
