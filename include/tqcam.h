@@ -313,7 +313,8 @@ typedef struct tqcam_frame_t {
 } tqcam_frame_t;
 
 /* A frame has arrived. Runs on the application thread that is inside a retrieval call, with no lock held; may
- * call any function but tqcam_dev_close. */
+ * call any function but tqcam_dev_close. Of a frame that no retrieval has a buffer for, the first 4 MiB are
+ * there; frame_size tells its whole size. */
 typedef void (*tqcam_on_frame_ready_t)(tqcam_dev_t *dev, tqcam_frame_t *frame);
 
 /* Capture met an error: code as above, value with TQCAM_ERR_CAP_FRAME_DISCARD the frames lost so far. Same
@@ -365,7 +366,8 @@ TQCAM_API bool tqcam_cap_is_ongoing(tqcam_dev_t *dev);
  * first_frame   receives the information of the first frame, its frame_data is NULL; may be NULL
  *
  * Returns the frames got, after a time-out possibly fewer than asked and 0; a negative TQCAM_ERR_CAP code,
- * each once; -1 for a device that isn't open or frame_num 0. One thread at a time for one device. */
+ * each once. A frame that was ready comes with the code, in buf and to the callback: first_frame then has a
+ * frame_size. -1 for a device that isn't open or frame_num 0. One thread at a time for one device. */
 TQCAM_API int tqcam_cap_get_frames(tqcam_dev_t *dev, uint32_t frame_num, void *buf, uint32_t buf_len,
                                    tqcam_frame_t *first_frame);
 
