@@ -53,7 +53,7 @@ static void _feature_minamp_filter(imx_priv_t *p, uint16_t *image, size_t n)
     // A pixel without any light is bad in the band, too.
     const int64_t drop = std::max<int64_t>(lo - band * band, lo > 0 ? 1 : 0);
     min_amp_hyst(image, p->hyst_state.as<uint8_t>(), amp, n,
-                       {static_cast<uint32_t>(lo), UINT32_MAX, static_cast<uint32_t>(drop), UINT32_MAX});
+                 {static_cast<uint32_t>(lo), UINT32_MAX, static_cast<uint32_t>(drop), UINT32_MAX});
 }
 
 static int _decode_dist(imx_priv_t *p, imx_frame_t f, int kind, const tqcam_frame_info_t *info)

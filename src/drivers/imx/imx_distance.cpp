@@ -2,7 +2,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include "drivers/common/fast_sqrt.h"
+#include "drivers/common/amp_kernels.h"
 #include "drivers/common/phase.h"
 #include "drivers/common/roi_size.h"
 #include "drivers/imx/imx_priv.h"
@@ -16,8 +16,8 @@ enum imx_calib_kind_t { CALIB_NONE, CALIB_GLOBAL, CALIB_PIXEL };
 // I and Q of pixels from at on, n of them, a multiple of 4 but in the last tile of words.
 static void _load_packed(const imx_frame_t &f, uint32_t pair, size_t at, size_t n, int16_t *i, int16_t *q)
 {
-    imx_unpack_plain(i, f.layout.at(f.raw, pair) + at / 2 * 3, n);
-    imx_unpack_plain(q, f.layout.at(f.raw, pair + 1) + at / 2 * 3, n);
+    imx_unpack(i, f.layout.at(f.raw, pair) + at / 2 * 3, n);
+    imx_unpack(q, f.layout.at(f.raw, pair + 1) + at / 2 * 3, n);
 }
 
 static void _zero_bad(int16_t *i, int16_t *q, const uint8_t *bad, size_t n)
@@ -116,7 +116,7 @@ static int _calc_single(imx_priv_t *p, const imx_frame_t &f, imx_calib_kind_t ki
             _load_4dcs(f, at, m, i, q);
         else
             _load_words(f, at, m, i, q);
-        imx_dist_plain(f.dist + at, f.amp + at, i, q, m, map, _line_at(line, at));
+        imx_dist(f.dist + at, f.amp + at, i, q, m, map, _line_at(line, at));
     }
     return 1;
 }
@@ -139,10 +139,10 @@ static int _calc_dual(imx_priv_t *p, const imx_frame_t &f, imx_calib_kind_t kind
     for (size_t at = 0; at < n; at += TILE) {
         const size_t m = std::min(TILE, n - at);
         _load_packed(f, hi_pair, at, m, i, q);
-        imx_dist_plain(f.dist + at, f.amp + at, i, q, m, hi, _line_at(hi_line, at));
+        imx_dist(f.dist + at, f.amp + at, i, q, m, hi, _line_at(hi_line, at));
         _load_packed(f, lo_pair, at, m, i, q);
-        imx_dist_plain(d_lo, a_lo, i, q, m, lo, _line_at(lo_line, at));
-        imx_unwrap_plain(f.dist + at, f.amp + at, f.dist + at, f.amp + at, d_lo, a_lo, m, p->dmax0);
+        imx_dist(d_lo, a_lo, i, q, m, lo, _line_at(lo_line, at));
+        imx_unwrap(f.dist + at, f.amp + at, f.dist + at, f.amp + at, d_lo, a_lo, m, p->dmax0);
     }
     return 1;
 }
@@ -193,6 +193,7 @@ int imx_calc_gray(uint16_t *gray, const imx_frame_t &f)
     if (n % 4 != 0 || !brings_gray)
         return 0;
     int16_t i[TILE], q[TILE];
+    uint32_t amp[TILE];
     for (size_t at = 0; at < n; at += TILE) {
         const size_t m = std::min(TILE, n - at);
         if (f.format->packed)
@@ -201,8 +202,8 @@ int imx_calc_gray(uint16_t *gray, const imx_frame_t &f)
             _load_4dcs(f, at, m, i, q);
         else
             _load_words(f, at, m, i, q);
-        for (size_t k = 0; k < m; k++)
-            gray[at + k] = fastsqrt(squared_amp(i[k], q[k]));
+        imx_amp(amp, i, q, m);
+        amp_to_gray(gray + at, amp, m);
     }
     return 1;
 }

@@ -39,10 +39,15 @@ void imx_dist_plain(uint16_t *dist, uint32_t *amp, const int16_t *i, const int16
     }
 }
 
+void imx_amp_plain(uint32_t *amp, const int16_t *i, const int16_t *q, size_t n)
+{
+    for (size_t k = 0; k < n; k++)
+        amp[k] = squared_amp(i[k], q[k]);
+}
+
 void imx_unwrap_plain(uint16_t *dist, uint32_t *amp, const uint16_t *d_hi, const uint32_t *a_hi,
                       const uint16_t *d_lo, const uint32_t *a_lo, size_t n, int32_t dmax_hi)
 {
-    constexpr uint32_t WEAK = 100; // squared amplitude
     const int32_t half = dmax_hi / 2;
     for (size_t k = 0; k < n; k++) {
         const int32_t lo = d_lo[k];
@@ -50,7 +55,7 @@ void imx_unwrap_plain(uint16_t *dist, uint32_t *amp, const uint16_t *d_hi, const
         for (int period = 0; period < 2; period++)
             if (lo > hi + half)
                 hi += dmax_hi;
-        const bool fine = a_hi[k] > WEAK && lo <= hi + half;
+        const bool fine = a_hi[k] > uint32_t{IMX_WEAK} && lo <= hi + half;
         dist[k] = static_cast<uint16_t>(fine ? hi : lo);
         amp[k] = fine ? a_hi[k] : a_lo[k];
     }
