@@ -33,6 +33,9 @@ void add_record(CLI::App &app, const GlobalOptions &global);
 void add_convert(CLI::App &app, const GlobalOptions &global);
 void add_palette(CLI::App &app, const GlobalOptions &global);
 void add_calib(CLI::App &app);
+void add_calib_exchange(CLI::App &app, const GlobalOptions &global); // behind add_calib
+void add_reset(CLI::App &app, const GlobalOptions &global);
+void add_flash(CLI::App &app, const GlobalOptions &global);
 
 // The library, started for one command and ended with it.
 class Library {
@@ -56,6 +59,7 @@ class Device {
     tqcam_dev_info_t info() const;
     uint32_t param_u32(uint32_t id) const; // 0 when the device doesn't answer
     uint32_t range_mm() const;             // unambiguous range, 0 when unknown
+    bool answers() const;                  // is it still there?
 
   private:
     tqcam_dev_t *dev_;

@@ -6,6 +6,8 @@
 #include <memory>
 #include <nlohmann/json.hpp>
 
+#include "usb_devices.h"
+
 static const char *_speed_name(uint8_t speed)
 {
     static const char *const names[] = {"unknown", "low", "full", "high", "super", "super+"};
@@ -17,23 +19,32 @@ static void _list(const GlobalOptions &global, bool json)
     Library library(global, json);
     tqcam_dev_t found[16];
     const int count = tqcam_dev_list(found, 16);
+    const std::vector<UsbDevice> known = usb_devices();
     nlohmann::json all = nlohmann::json::array();
     for (int i = 0; i < count; i++) {
         char uri[256] = "";
         tqcam_dev_get_uri(&found[i], uri, sizeof uri);
         const tqcam_usb_addr_t &usb = found[i].address.usb;
+        const UsbDevice *device = usb_device_at(known, usb.bus, usb.addr);
+        const std::string path = device ? device->path : "", serial = device ? device->serial : "";
         if (json)
             all.push_back({{"uri", uri},
                            {"product", usb.product},
                            {"vendor", usb.vendor},
+                           {"path", path},
+                           {"serial", serial},
                            {"speed", _speed_name(usb.speed)}});
         else
-            std::printf("%s  %s  %s  %s speed\n", uri, usb.product, usb.vendor, _speed_name(usb.speed));
+            std::printf("%s  %s  %s  %s  serial %s  %s speed\n", uri, path.c_str(), usb.product, usb.vendor,
+                        serial.c_str(), _speed_name(usb.speed));
     }
+    const std::string advice = usb_access_advice(known);
     if (json)
         std::printf("%s\n", all.dump(2).c_str());
-    else if (count == 0)
+    else if (count == 0 && advice.empty())
         std::printf("no camera found; open a recording with its file name, as in: tqcam play scene.oni\n");
+    if (!advice.empty())
+        std::fprintf(stderr, "tqcam: %s\n", advice.c_str());
 }
 
 static void _info(const GlobalOptions &global, const std::string &uri, bool json)

@@ -40,6 +40,9 @@ int main(int argc, char **argv)
     add_convert(app, global);
     add_palette(app, global);
     add_calib(app);
+    add_calib_exchange(app, global);
+    add_reset(app, global);
+    add_flash(app, global);
 
     interrupt_catch();
     try {

@@ -5,6 +5,7 @@
 #include <cstring>
 
 #include "progress.h"
+#include "usb_devices.h"
 
 Library::Library(const GlobalOptions &global, bool quiet)
 {
@@ -29,6 +30,8 @@ Device::Device(const std::string &uri)
 {
     if (uri.empty()) {
         dev_ = tqcam_dev_open(nullptr);
+        if (!dev_ && !usb_access_advice(usb_devices()).empty())
+            throw CliError{EXIT_NO_DEVICE, usb_access_advice(usb_devices())};
         if (!dev_)
             throw CliError{EXIT_NO_DEVICE, "no camera found; open a recording with its file name, as in: "
                                            "tqcam play scene.oni"};
@@ -69,6 +72,14 @@ uint32_t Device::param_u32(uint32_t id) const
     if (tqcam_param_batch_get(dev_, &item, 1) && item.param_len >= 4)
         std::memcpy(&value, item.value, sizeof value);
     return value;
+}
+
+bool Device::answers() const
+{
+    tqcam_param_item_t item = {};
+    item.param_id = TQCAM_PARAM_FORMAT;
+    item.param_len = 4;
+    return tqcam_param_batch_get(dev_, &item, 1);
 }
 
 uint32_t Device::range_mm() const
