@@ -52,7 +52,8 @@ static void on_usb_trans_event(libusb_transfer *transfer)
         priv->stop = 1;
     if (priv->on_rx && tell)
         priv->on_rx(dev, code, buf->data, static_cast<uint32_t>(transfer->actual_length), priv->on_rx_arg);
-    if (transfer->length <= 0 || priv->stop) {
+    // Only this link cancels, and never to go on: also when a start was refused, and stop is not set.
+    if (transfer->length <= 0 || priv->stop || transfer->status == LIBUSB_TRANSFER_CANCELLED) {
         buf->issued = 0;
         return;
     }
@@ -63,6 +64,8 @@ static void on_usb_trans_event(libusb_transfer *transfer)
     if (r != 0) {
         buf->issued = 0;
         LOG_ERROR("[%s]Unable to submit URB. libusb error code: %d\n", r);
+    } else if (priv->stop) { // set meanwhile, and its cancels may have come before this submit
+        libusb_cancel_transfer(transfer);
     }
 }
 

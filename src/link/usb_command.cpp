@@ -71,7 +71,7 @@ static int _wait_submit(usb_wait_t *wait)
 static bool _wait_for(usb_wait_t *wait, int ms)
 {
     std::unique_lock<std::mutex> guard(wait->mutex);
-    return wait->cond.wait_until(guard, std::chrono::system_clock::now() + std::chrono::milliseconds(ms),
+    return wait->cond.wait_until(guard, std::chrono::steady_clock::now() + std::chrono::milliseconds(ms),
                                  [wait] { return wait->done; });
 }
 
@@ -226,5 +226,8 @@ int usb_ll_tx_data(tqcam_ll_dev_t *dev, const void *data, uint32_t len)
         r = LIBUSB_ERROR_TIMEOUT;
     }
     _wait_release(wait);
+    // A halted pipe stays so until somebody clears it, and the caller's next try would fail as well.
+    if (r == LIBUSB_ERROR_PIPE && libusb_clear_halt(priv->handle, priv->ep_dout) != 0)
+        LOG_ERROR("[%s] Clear halt failed on EP: %0x!\r\n", priv->ep_dout);
     return r;
 }

@@ -61,7 +61,7 @@ int al_data_read_ack(tqcam_ll_dev_t *dev, al_ack_t *ack)
     if (!_action(dev, false, AL_ACTION_ACK, record, sizeof record, 50000, "al_data_read_action_info"))
         return -1;
     *ack = {_get<uint32_t>(record), record[4]};
-    return 0;
+    return 1;
 }
 
 // The two outcomes are told the wrong way round; this read direction is a stub of the protocol, and devices

@@ -283,6 +283,7 @@ TEST_F(UsbLink, RefusedStartCancelsTheRing)
     EXPECT_FALSE(usb_ll_ops.cap_start(&dev, 0, Sink::take, &sink));
     EXPECT_TRUE(log.has("[usb_ll_cap_start]tqcam_ll_cap_start failed"));
     EXPECT_FALSE(log.has("[usb_ll_exe_cmd]exe"));
+    EXPECT_TRUE(eventually([] { return fake_bulk_in_waiting() == 0; })) << "nothing was sent again";
 }
 
 TEST_F(UsbLink, UnplugIsToldOnceAndEndsEverything)
