@@ -21,6 +21,12 @@ sim_config_t sim_config_default(const sim_camera_row_t *camera)
     return cfg;
 }
 
+bool sim_config_same(const sim_config_t &a, const sim_config_t &b)
+{
+    return a.format == b.format && a.freq0 == b.freq0 && a.freq1 == b.freq1 && a.fps == b.fps &&
+           a.intg_us == b.intg_us && a.intg2_us == b.intg2_us;
+}
+
 std::string sim_config_check(const sim_config_t &cfg)
 {
     const auto number = [](uint64_t v) { return std::to_string(v); };
@@ -149,7 +155,8 @@ sim_source_ptr_t sim_source_live(const sim_config_t &cfg)
     live_t *live = new live_t{};
     live->cfg = cfg;
     sim_camera_init(&live->camera, cfg.camera, cfg.defects, cfg.seed);
-    return sim_source_ptr_t(new sim_frame_source_t{live, _next, _configure, _destroy});
+    return sim_source_ptr_t(
+        new sim_frame_source_t{live, _next, [](void *) { return true; }, _configure, _destroy});
 }
 
 uint32_t sim_frame_time_word(const sim_frame_t &frame)

@@ -32,6 +32,9 @@ sim_config_t sim_config_default(const sim_camera_row_t *camera);
 // Empty when the settings can be simulated, else a sentence that says why not.
 std::string sim_config_check(const sim_config_t &cfg);
 
+// Whether frames of both look alike: what can be set on a running camera is compared, not the scene.
+bool sim_config_same(const sim_config_t &a, const sim_config_t &b);
+
 // One frame. Data and truth stay valid until the next call on the same source.
 typedef struct sim_frame_t {
     uint32_t index; // from 0; what goes on the wire are its low 16 bits
@@ -48,6 +51,7 @@ typedef struct sim_frame_t {
 typedef struct sim_frame_source_t {
     void *self;
     bool (*next)(void *self, sim_frame_t *out);             // false: no more frames
+    bool (*ready)(void *self);                              // next has its frame, or end, at hand
     bool (*configure)(void *self, const sim_config_t &cfg); // from the next frame on; false: not possible
     void (*destroy)(void *self);
 } sim_frame_source_t;

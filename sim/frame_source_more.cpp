@@ -116,6 +116,7 @@ bool _next_recorded(void *self, sim_frame_t *out)
 
 struct loop_t {
     sim_source_ptr_t source;
+    sim_config_t cfg = {};
     std::vector<held_frame_t> frames;
     size_t n = 0, at = 0;
     uint32_t index = 0;
@@ -142,7 +143,11 @@ bool _next_looped(void *self, sim_frame_t *out)
 bool _configure_looped(void *self, const sim_config_t &cfg)
 {
     loop_t *loop = static_cast<loop_t *>(self);
-    loop->frames.clear();
+    sim_config_t old = loop->cfg;
+    loop->cfg = cfg;
+    old.fps = cfg.fps;
+    if (!sim_config_same(old, cfg))
+        loop->frames.clear();
     return loop->source->configure(loop->source->self, cfg);
 }
 
@@ -155,8 +160,7 @@ struct ahead_t {
     std::deque<held_frame_t> ready;
     held_frame_t shown;
     size_t depth = 0;
-    bool busy = false, ended = false, exit = false;
-    bool wanted = false; // somebody fetched a frame: before that none is made
+    bool busy = false, paused = false, ended = false, exit = false;
     std::thread thread;
 
     ~ahead_t()
@@ -175,7 +179,7 @@ void _make_ahead(ahead_t *ahead)
     std::unique_lock<std::mutex> guard(ahead->lock);
     while (true) {
         ahead->changed.wait(guard, [ahead] {
-            return ahead->exit || (ahead->wanted && !ahead->ended && ahead->ready.size() < ahead->depth);
+            return ahead->exit || (!ahead->paused && !ahead->ended && ahead->ready.size() < ahead->depth);
         });
         if (ahead->exit)
             return;
@@ -200,8 +204,6 @@ bool _next_ahead(void *self, sim_frame_t *out)
 {
     ahead_t *ahead = static_cast<ahead_t *>(self);
     std::unique_lock<std::mutex> guard(ahead->lock);
-    ahead->wanted = true;
-    ahead->changed.notify_all();
     ahead->changed.wait(guard, [ahead] { return !ahead->ready.empty() || ahead->ended; });
     if (ahead->ready.empty())
         return false;
@@ -212,15 +214,24 @@ bool _next_ahead(void *self, sim_frame_t *out)
     return true;
 }
 
+bool _ready_ahead(void *self)
+{
+    ahead_t *ahead = static_cast<ahead_t *>(self);
+    const std::lock_guard<std::mutex> guard(ahead->lock);
+    return !ahead->ready.empty() || ahead->ended;
+}
+
 bool _configure_ahead(void *self, const sim_config_t &cfg)
 {
     ahead_t *ahead = static_cast<ahead_t *>(self);
     std::unique_lock<std::mutex> guard(ahead->lock);
-    ahead->wanted = false;
+    ahead->paused = true;
     ahead->changed.wait(guard, [ahead] { return !ahead->busy; });
     ahead->ready.clear();
-    ahead->ended = false;
-    return ahead->source->configure(ahead->source->self, cfg);
+    ahead->ended = ahead->paused = false;
+    const bool taken = ahead->source->configure(ahead->source->self, cfg);
+    ahead->changed.notify_all();
+    return taken;
 }
 
 } // namespace
@@ -229,8 +240,9 @@ sim_source_ptr_t sim_source_recording(const char *path, sim_recording_t *out, st
 {
     recording_t *rec = new recording_t();
     rec->reader = oni_reader_open(path, _on_property, rec);
-    sim_source_ptr_t source(new sim_frame_source_t{
-        rec, _next_recorded, [](void *, const sim_config_t &) { return false; }, _delete<recording_t>});
+    sim_source_ptr_t source(new sim_frame_source_t{rec, _next_recorded, [](void *) { return true; },
+                                                   [](void *, const sim_config_t &) { return false; },
+                                                   _delete<recording_t>});
     if (rec->reader == nullptr || rec->stream == nullptr) {
         *error = std::string("can't play ") + path + ": it is no recording of raw frames";
         return nullptr;
@@ -259,12 +271,17 @@ sim_source_ptr_t sim_source_recording(const char *path, sim_recording_t *out, st
     return source;
 }
 
-sim_source_ptr_t sim_source_loop(sim_source_ptr_t source, uint32_t n)
+sim_source_ptr_t sim_source_loop(sim_source_ptr_t source, const sim_config_t &cfg, uint32_t n)
 {
     loop_t *loop = new loop_t();
+    loop->cfg = cfg;
     loop->source = std::move(source);
     loop->n = n;
-    return sim_source_ptr_t(new sim_frame_source_t{loop, _next_looped, _configure_looped, _delete<loop_t>});
+    sim_frame_t frame;
+    for (uint32_t i = 0; i < n && _next_looped(loop, &frame); i++)
+        ;
+    return sim_source_ptr_t(new sim_frame_source_t{loop, _next_looped, [](void *) { return true; },
+                                                   _configure_looped, _delete<loop_t>});
 }
 
 sim_source_ptr_t sim_source_ahead(sim_source_ptr_t source, uint32_t depth)
@@ -273,5 +290,6 @@ sim_source_ptr_t sim_source_ahead(sim_source_ptr_t source, uint32_t depth)
     ahead->source = std::move(source);
     ahead->depth = depth;
     ahead->thread = std::thread(_make_ahead, ahead);
-    return sim_source_ptr_t(new sim_frame_source_t{ahead, _next_ahead, _configure_ahead, _delete<ahead_t>});
+    return sim_source_ptr_t(
+        new sim_frame_source_t{ahead, _next_ahead, _ready_ahead, _configure_ahead, _delete<ahead_t>});
 }

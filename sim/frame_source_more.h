@@ -14,9 +14,9 @@ typedef struct sim_recording_t {
 // sentence in error, when it can't be played.
 sim_source_ptr_t sim_source_recording(const char *path, sim_recording_t *rec, std::string *error);
 
-// The first n frames of a source over and over, so that no time goes into making them. New settings start
-// anew.
-sim_source_ptr_t sim_source_loop(sim_source_ptr_t source, uint32_t n);
+// The first n frames of a source over and over, so that no time goes into making them; they are made here.
+// New settings, but for a frame rate, make them anew, as they are asked for.
+sim_source_ptr_t sim_source_loop(sim_source_ptr_t source, const sim_config_t &cfg, uint32_t n);
 
-// Keeps up to depth frames ready. New settings drop what was ready.
+// Keeps up to depth frames ready, from now on. New settings drop what was ready.
 sim_source_ptr_t sim_source_ahead(sim_source_ptr_t source, uint32_t depth);

@@ -157,39 +157,45 @@ int _status_in(const urb_t &urb, const vcam_reply_t &reply, size_t actual)
     return (urb.flags & SHORT_NOT_OK) != 0 && actual < urb.len ? -EREMOTEIO : 0;
 }
 
-// Gives waiting IN URBs what the camera has. False when the session is over.
+// An IN URB waits for the camera, and no late answer stands before it.
+bool _in_wanted(const session_t *s)
+{
+    return !s->in.empty() && std::none_of(s->late.begin(), s->late.end(),
+                                          [](const late_t &late) { return late.in && late.ep != 0; });
+}
+
+// Gives the oldest waiting IN URB what the camera has; one at a time, so that no command waits for many.
+// False when the session is over.
 bool _serve_in(session_t *s)
 {
-    const auto held_back = [](const late_t &late) { return late.in && late.ep != 0; };
-    while (!s->in.empty() && std::none_of(s->late.begin(), s->late.end(), held_back)) {
-        urb_t &urb = s->in.front();
-        const uint32_t room = urb.len - static_cast<uint32_t>(urb.data.size());
-        s->answer.resize(std::max<size_t>(s->answer.size(), HEAD_BYTES + room));
-        uint8_t *data = s->answer.data() + HEAD_BYTES;
-        const vcam_reply_t reply = vcam_bulk_in(s->server->cam, data, room, _now_us());
-        const bool waits =
-            reply.result == VCAM_NOT_YET || reply.result == VCAM_MORE || reply.result == VCAM_HANG;
-        if (reply.result == VCAM_GONE)
-            return false;
-        if (waits || reply.delay_us != 0 || !urb.data.empty())
-            urb.data.insert(urb.data.end(), data, data + reply.actual);
-        if (waits)
-            return true;
-        const size_t actual = std::max<size_t>(urb.data.size(), reply.actual);
-        const int status = _status_in(urb, reply, actual);
-        if (urb.data.empty()) { // the usual case: the bytes go out from where they came in
-            _put_ret_submit(s->answer.data(), urb.seqnum, status, reply.actual);
-            if (!_send_all(s->fd, s->answer.data(), HEAD_BYTES + reply.actual))
-                return false;
-        } else if (!_answer(s, urb.seqnum, urb.ep, true,
-                            _ret_submit(urb.seqnum, status, static_cast<uint32_t>(actual), urb.data.data(),
-                                        actual),
-                            reply.delay_us)) {
-            return false;
-        }
-        s->in.pop_front();
+    if (!_in_wanted(s))
+        return true;
+    urb_t &urb = s->in.front();
+    const uint32_t room = urb.len - static_cast<uint32_t>(urb.data.size());
+    s->answer.resize(std::max<size_t>(s->answer.size(), HEAD_BYTES + room));
+    uint8_t *data = s->answer.data() + HEAD_BYTES;
+    const vcam_reply_t reply = vcam_bulk_in(s->server->cam, data, room, _now_us());
+    const bool waits = reply.result == VCAM_NOT_YET || reply.result == VCAM_MORE || reply.result == VCAM_HANG;
+    if (reply.result == VCAM_GONE)
+        return false;
+    if (waits || reply.delay_us != 0 || !urb.data.empty())
+        urb.data.insert(urb.data.end(), data, data + reply.actual);
+    if (waits)
+        return true;
+    const size_t actual = std::max<size_t>(urb.data.size(), reply.actual);
+    const int status = _status_in(urb, reply, actual);
+    bool sent;
+    if (urb.data.empty()) { // the usual case: the bytes go out from where they came in
+        _put_ret_submit(s->answer.data(), urb.seqnum, status, reply.actual);
+        sent = _send_all(s->fd, s->answer.data(), HEAD_BYTES + reply.actual);
+    } else {
+        sent =
+            _answer(s, urb.seqnum, urb.ep, true,
+                    _ret_submit(urb.seqnum, status, static_cast<uint32_t>(actual), urb.data.data(), actual),
+                    reply.delay_us);
     }
-    return true;
+    s->in.pop_front();
+    return sent;
 }
 
 bool _submit_control(session_t *s, const urb_t &urb, bool in, const uint8_t setup[8])
@@ -303,7 +309,7 @@ usbip_end_t usbip_session(usbip_server_t *server, int fd)
             return USBIP_GONE;
         const uint64_t now = _now_us();
         uint64_t wake = now + POLL_MS * 1000;
-        if (!s.in.empty())
+        if (_in_wanted(&s))
             wake = std::min(wake, vcam_wake_us(server->cam, now));
         if (!s.late.empty())
             wake = std::min(wake, std::max(now, s.late.front().due_us));

@@ -36,6 +36,7 @@ struct vcam_t {
     sim_source_ptr_t source;
     sim_identity_t id;
     vcam_params_t params;
+    sim_config_t applied = {}; // the source works by these settings
     vcam_flash_t flash;
     std::map<uint32_t, uint32_t> regs; // type << 24 | address; page and register of the chip's pages apart
     vcam_plug_t plug = VCAM_PLUGGED;
@@ -76,6 +77,15 @@ void _stop_capture(vcam_t *cam)
     cam->packet_at = 0;
 }
 
+// The source gets new settings only where they change its frames: it may have frames ready.
+void _apply_params(vcam_t *cam)
+{
+    const sim_config_t cfg = vcam_params_config(cam->params, cam->cfg.sim);
+    if (!sim_config_same(cfg, cam->applied))
+        cam->source->configure(cam->source->self, cfg);
+    cam->applied = cfg;
+}
+
 // What a reset of the board leaves: the settings of the start, firmware as last written.
 void _reset_board(vcam_t *cam)
 {
@@ -85,7 +95,7 @@ void _reset_board(vcam_t *cam)
     if (vcam_flash_version(cam->flash, VCAM_FLASH_FIRMWARE) != VCAM_FLASH_NO_VERSION)
         cam->id.software = vcam_flash_version(cam->flash, VCAM_FLASH_FIRMWARE);
     vcam_params_init(&cam->params, cam->cfg.sim, cam->id);
-    cam->source->configure(cam->source->self, vcam_params_config(cam->params, cam->cfg.sim));
+    _apply_params(cam);
     cam->stats.resets++;
 }
 
@@ -101,7 +111,7 @@ std::string _param_set(vcam_t *cam, const uint8_t *data, uint32_t len)
         if (!wrong.empty())
             return wrong;
     }
-    cam->source->configure(cam->source->self, vcam_params_config(cam->params, cam->cfg.sim));
+    _apply_params(cam);
     return {};
 }
 
@@ -309,24 +319,28 @@ void _add_frame(vcam_t *cam, const tq_frame_hdr_t &frame, const uint8_t *data, s
     cam->stats.frames++;
 }
 
+bool _slice_left(const vcam_t *cam)
+{
+    return vcam_flash_pack(cam->flash).size() >= (size_t{cam->slice} + 1) * VCAM_SLICE_BYTES;
+}
+
 // A slice of the calibration pack, in upload mode.
 void _make_slice(vcam_t *cam, uint64_t now_us)
 {
-    const std::vector<uint8_t> &pack = vcam_flash_pack(cam->flash);
-    const size_t at = static_cast<size_t>(cam->slice) * VCAM_SLICE_BYTES;
-    if (now_us < cam->next_frame_us || pack.size() < at + VCAM_SLICE_BYTES)
+    if (now_us < cam->next_frame_us || !_slice_left(cam))
         return;
+    const uint8_t *bytes = vcam_flash_pack(cam->flash).data() + size_t{cam->slice} * VCAM_SLICE_BYTES;
     tq_frame_hdr_t hdr = {};
     hdr.frame_len = VCAM_SLICE_BYTES;
     hdr.frame_idx = static_cast<uint16_t>(cam->slice++);
     hdr.frame_fmt = FORMAT_SLICE;
-    _add_frame(cam, hdr, pack.data() + at, VCAM_SLICE_BYTES, 0);
+    _add_frame(cam, hdr, bytes, VCAM_SLICE_BYTES, 0);
     cam->next_frame_us = now_us + SLICE_GAP_US;
 }
 
 void _make_frame(vcam_t *cam, uint64_t now_us)
 {
-    if (now_us < cam->next_frame_us)
+    if (now_us < cam->next_frame_us || !cam->source->ready(cam->source->self))
         return;
     const uint64_t period = 1000000 / vcam_params_fps(cam->params);
     const uint64_t due = (now_us - cam->next_frame_us) / period; // besides the one that is made now
@@ -336,7 +350,7 @@ void _make_frame(vcam_t *cam, uint64_t now_us)
         cam->stats.frames_skipped += due;
     }
     cam->next_frame_us += period;
-    sim_frame_t f;
+    sim_frame_t f = {};
     if (!cam->source->next(cam->source->self, &f))
         return;
     tq_frame_hdr_t hdr = {};
@@ -412,7 +426,11 @@ uint64_t vcam_wake_us(vcam_t *cam, uint64_t now_us)
         return std::min(cam->paused_until_us, now_us + far);
     if (!cam->packets.empty())
         return now_us;
-    return std::clamp(cam->next_frame_us, now_us + 500, now_us + far);
+    if (vcam_params_mode(cam->params) == MODE_DATA_UP && !_slice_left(cam))
+        return now_us + far;
+    if (cam->next_frame_us <= now_us) // due: at once, or when the source has it
+        return cam->source->ready(cam->source->self) ? now_us : now_us + 1000;
+    return std::min(cam->next_frame_us, now_us + far);
 }
 
 // ---- Data transfer ------------------------------------------------------------------------------------
@@ -456,6 +474,7 @@ vcam_t *vcam_create(const vcam_cfg_t &cfg, sim_source_ptr_t source)
     vcam_t *cam = new vcam_t();
     cam->cfg = cfg;
     cam->source = std::move(source);
+    cam->applied = cfg.sim;
     cam->id = sim_identity(cfg.sim);
     cam->rng = sim_rng_stream(cfg.sim.seed, 5, 0);
     vcam_flash_init(&cam->flash, cfg.pack);

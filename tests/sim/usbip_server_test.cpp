@@ -99,7 +99,7 @@ struct rig_t {
         std::string error;
         for (const std::string &fault : faults)
             EXPECT_TRUE(vcam_fault_parse(&cfg.faults, fault, &error)) << error;
-        server.cam = vcam_create(cfg, sim_source_loop(sim_source_live(sim), 2));
+        server.cam = vcam_create(cfg, sim_source_loop(sim_source_live(sim), sim, 2));
         server.usb = {speed, false, {"TQSIM", "TQSIM-E1-320X240", "12"}, 0};
         server.speed_after_reset = USB_SPEED_HIGH;
         EXPECT_EQ(socketpair(AF_UNIX, SOCK_STREAM, 0, pair), 0);

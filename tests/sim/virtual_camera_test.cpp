@@ -20,7 +20,7 @@ struct host_t {
     std::string message; // of a failed command
 
     explicit host_t(const vcam_cfg_t &cfg)
-        : cam(vcam_create(cfg, sim_source_loop(sim_source_live(cfg.sim), 2)))
+        : cam(vcam_create(cfg, sim_source_loop(sim_source_live(cfg.sim), cfg.sim, 2)))
     {
     }
     ~host_t() { vcam_destroy(cam); }

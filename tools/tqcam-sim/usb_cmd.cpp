@@ -112,7 +112,7 @@ void usb_run(const UsbOptions &options)
             calib = recording.calib;
     }
     if (options.loop != 0)
-        source = sim_source_loop(std::move(source), options.loop);
+        source = sim_source_loop(std::move(source), sim, options.loop);
     source = sim_source_ahead(std::move(source), 3);
 
     vcam_cfg_t cfg = vcam_config_default(sim);
