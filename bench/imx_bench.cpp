@@ -4,6 +4,7 @@
 #include "../tests/imx/imx_camera.h"
 #include "camera_model.h"
 #include "frame_source.h"
+#include "tq_log.h"
 
 namespace {
 constexpr size_t N = 640 * 480;
@@ -15,7 +16,9 @@ struct scene_t {
     std::vector<uint8_t> raw;
     std::vector<uint16_t> image = std::vector<uint16_t>(N);
 
-    explicit scene_t(bool dual) : cam("XX-S1-YY", dual ? 17 : 16, 120000000, dual ? 40000000 : 0)
+    // Each of a chip of its own: devices of the same chip would share the driver's row.
+    scene_t(const std::string &chip, bool dual)
+        : cam("XX-" + chip + "-YY", dual ? 17 : 16, 120000000, dual ? 40000000 : 0)
     {
         cam.open();
         sim_config_t cfg = sim_config_default(sim_camera_find("S1"));
@@ -54,18 +57,18 @@ struct scene_t {
 
 scene_t &scene(bool dual)
 {
-    static scene_t one(false), two(true);
+    static scene_t one("S1", false), two("S2", true);
     return dual ? two : one;
 }
 scene_t &calibrated(bool dual)
 {
     static scene_t *one = [] {
-        auto *s = new scene_t(false);
+        auto *s = new scene_t("S3", false);
         s->calibrate();
         return s;
     }();
     static scene_t *two = [] {
-        auto *s = new scene_t(true);
+        auto *s = new scene_t("S570C4", true);
         s->calibrate();
         return s;
     }();

@@ -38,7 +38,7 @@ void mount(imx_priv_t *p, const settings_t &s, const tqcam_frame_info_t &info)
         c.blk.freq = i ? p->mod_freq1 : p->mod_freq0;
         c.blk.img_w = info.width;
         c.blk.img_h = info.height + (s.calib & 4 ? 0u - 1u : 0u);
-        c.planes = static_cast<float *>(malloc(2 * n * sizeof(float) + 1));
+        c.planes = static_cast<float *>(calloc(2 * n + 1, sizeof(float)));
         for (size_t k = 0; k < 2 * n; k++)
             memcpy(c.planes + k, reinterpret_cast<const uint8_t *>(&s) + (s.calib & 8 ? k % 20 : 0), 4);
         c.amp = c.omega = s.calib & 8 ? c.planes[0] : 0.5f;
