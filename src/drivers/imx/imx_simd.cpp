@@ -87,19 +87,65 @@ void Amp(uint32_t *amp, const int16_t *i, const int16_t *q, size_t n)
     imx_amp_plain(amp + x, i + x, q + x, n - x);
 }
 
-// Of the mapped phase only 15 bits stay, so that 32 of each product do. Where a phase below 0 is scaled the
-// division goes toward 0.
-HWY_INLINE VI ToMm(VI ph, const imx_map_t &map, bool scaled)
+using DS = hn::ScalableTag<int16_t>;
+using DH = hn::RebindToUnsigned<DS>;
+using VH = hn::Vec<DH>; // twice as many pixels as in the others
+
+// The quotient of an octant and its table entry; both operands are positive.
+HWY_INLINE VU Entry(VU q, VU i)
 {
     const DI di;
-    const VI turn = hn::Set(di, PHASE_TURN - 1);
-    if (scaled) {
-        const VI up = hn::IfThenElseZero(hn::Lt(ph, hn::Zero(di)), turn);
-        const VI product = hn::Add(hn::Mul(ph, hn::Set(di, map.sys_k)), up);
-        ph = hn::ShiftRight<15>(product);
-    }
-    const VI r = hn::And(hn::Add(ph, hn::Set(di, map.sys_o)), turn);
-    return hn::BitCast(di, hn::ShiftRight<15>(hn::BitCast(DU(), hn::Mul(r, hn::Set(di, map.dm)))));
+    const DF df;
+    const VF top = hn::ConvertTo(df, hn::BitCast(di, hn::ShiftLeft<12>(q)));
+    const VI k = hn::ConvertTo(di, hn::Div(top, hn::ConvertTo(df, hn::BitCast(di, i))));
+    return hn::BitCast(DU(), AtanEntry(di, k));
+}
+
+// PhaseAngle with the octant fold in 16-bit lanes; only the quotients need more, in even and in odd lanes.
+HWY_INLINE VH Angles(const int16_t *pi, const int16_t *pq)
+{
+    const DS ds;
+    const DH dh;
+    const DU du;
+    const auto zero = hn::Zero(ds);
+    auto i = hn::LoadU(ds, pi), q = hn::LoadU(ds, pq);
+    const auto on_axis = hn::Eq(q, zero);
+    const auto axis = hn::IfThenElseZero(hn::Lt(i, zero), hn::Set(ds, 16384));
+    const auto lower = hn::Lt(q, zero);
+    i = hn::IfThenElse(lower, hn::Neg(i), i);
+    q = hn::Abs(q);
+    auto oct = hn::IfThenElseZero(lower, hn::Set(ds, 16384));
+    const auto left = hn::Lt(i, hn::Set(ds, 1));
+    const auto i1 = hn::IfThenElse(left, q, i), q1 = hn::IfThenElse(left, hn::Neg(i), q);
+    oct = hn::Add(oct, hn::IfThenElseZero(left, hn::Set(ds, 8192)));
+    const auto steep = hn::Not(hn::Lt(q1, i1));
+    const auto i2 = hn::BitCast(du, hn::IfThenElse(steep, hn::Add(i1, q1), i1));
+    const auto q2 = hn::BitCast(du, hn::IfThenElse(steep, hn::Sub(q1, i1), q1));
+    oct = hn::Add(oct, hn::IfThenElseZero(steep, hn::Set(ds, 4096)));
+
+    const VU low = hn::Set(du, 0xFFFF);
+    const VU even = Entry(hn::And(q2, low), hn::And(i2, low));
+    const VU odd = Entry(hn::ShiftRight<16>(q2), hn::ShiftRight<16>(i2));
+    // On an axis without light even entries may be anything.
+    const auto entry = hn::BitCast(ds, hn::Or(hn::And(even, low), hn::ShiftLeft<16>(odd)));
+    return hn::BitCast(dh, hn::IfThenElse(on_axis, axis, hn::Add(oct, entry)));
+}
+
+// Of the mapped phase only 15 bits stay, so that 32 of each product do. Where a phase below 0 is scaled the
+// division goes toward 0.
+HWY_INLINE VI Scale(VI ph, int32_t sys_k)
+{
+    const DI di;
+    const VI up = hn::IfThenElseZero(hn::Lt(ph, hn::Zero(di)), hn::Set(di, PHASE_TURN - 1));
+    return hn::ShiftRight<15>(hn::Add(hn::Mul(ph, hn::Set(di, sys_k)), up));
+}
+
+// Distance of phases whose upper bits don't count.
+HWY_INLINE VH ToMm(VH ph, const imx_map_t &map)
+{
+    const DH dh;
+    ph = hn::Add(ph, hn::Set(dh, static_cast<uint16_t>(map.sys_o)));
+    return hn::MulHigh(hn::Add(ph, ph), hn::Set(dh, static_cast<uint16_t>(map.dm)));
 }
 
 // Half away from 0. Clamped where it doesn't fit; what isn't a number is 0.
@@ -141,18 +187,31 @@ HWY_INLINE VI Correct(VI ph, const imx_line_t &line, float to_mm, float to_phase
 void Dist(uint16_t *dist, uint32_t *amp, const int16_t *i, const int16_t *q, size_t n, const imx_map_t &map,
           const imx_line_t &line)
 {
+    const DH dh;
     const DI di;
-    const size_t lanes = hn::Lanes(di);
-    const bool scaled = map.sys_k != PHASE_TURN;
+    const size_t lanes = hn::Lanes(dh), half = lanes / 2;
+    const bool scaled = map.sys_k != PHASE_TURN, wide = scaled || line.on;
     const float dm = static_cast<float>(map.dm), to_mm = dm / 32768.0f, to_phase = 32768.0f / dm;
+    HWY_ALIGN uint16_t phase[HWY_MAX_BYTES / sizeof(uint16_t)];
     size_t x = 0;
     for (; x + lanes <= n; x += lanes) {
-        const VI vi = Load(i + x), vq = Load(q + x);
-        VI ph = hn::Add(PhaseAngle(di, vi, vq), hn::Set(di, PHASE_HALF));
-        if (line.on)
-            ph = Correct(ph, line, to_mm, to_phase, x);
-        hn::StoreU(hn::TruncateTo(D16(), hn::BitCast(DU(), ToMm(ph, map, scaled))), D16(), dist + x);
-        hn::StoreU(AmpOf(vi, vq), DU(), amp + x);
+        VH ph = hn::Add(Angles(i + x, q + x), hn::Set(dh, PHASE_HALF));
+        if (wide) {
+            hn::Store(ph, dh, phase);
+            for (size_t k = 0; k < lanes; k += half) {
+                VI v = hn::PromoteTo(di, hn::Load(D16(), phase + k));
+                if (line.on)
+                    v = Correct(v, line, to_mm, to_phase, x + k);
+                if (scaled)
+                    v = Scale(v, map.sys_k);
+                v = hn::And(v, hn::Set(di, 0xFFFF));
+                hn::Store(hn::TruncateTo(D16(), hn::BitCast(DU(), v)), D16(), phase + k);
+            }
+            ph = hn::Load(dh, phase);
+        }
+        hn::StoreU(ToMm(ph, map), dh, dist + x);
+        for (size_t k = x; k < x + lanes; k += half)
+            hn::StoreU(AmpOf(Load(i + k), Load(q + k)), DU(), amp + k);
     }
     imx_line_t rest = line;
     if (line.slopes) {
