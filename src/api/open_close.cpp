@@ -332,6 +332,8 @@ tqcam_dev_t *tqcam_dev_open(tqcam_dev_t *dev)
 
     if (!priv->drv->ops->init(priv->drv, dev)) {
         LOG_ERROR("[%s]Driver init failed\n");
+        if (priv->drv->dev == dev) // the handle goes
+            priv->drv->dev = nullptr;
         _shut(dev);
         tq_stream_destroy(priv->stream);
         return _unwind(dev, true);

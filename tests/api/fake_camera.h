@@ -96,6 +96,7 @@ struct FakeCamera {
         return tqcam_dev_open(prepare());
     }
     tqcam_dev_priv_t *priv() { return dev.priv; }
+    const tqcam_drv_t *row() const { return row_; }
     void set_text(int id, const std::string &text) { params[id].assign(text.begin(), text.end()); }
     void set_u32(int id, uint32_t value, uint32_t second = 0)
     {
@@ -244,7 +245,7 @@ inline const tqcam_drv_ops_t FakeCamera::drv_ops = {
     .init =
         [](tqcam_drv_t *drv, tqcam_dev_t *dev) {
             fake_note("drv.init");
-            drv->dev = current->init_ok ? dev : nullptr;
+            drv->dev = dev;
             return current->init_ok;
         },
     .uninit = [](tqcam_drv_t *) { fake_note("drv.uninit"); },

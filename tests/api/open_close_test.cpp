@@ -103,6 +103,7 @@ TEST_F(OpenClose, Unwinds)
         EXPECT_EQ(fresh.calls.take(), c.calls);
         EXPECT_EQ(fresh.dev.priv, nullptr);
         EXPECT_EQ(fresh.dev.api_lock, nullptr);
+        EXPECT_EQ(fresh.row()->dev, nullptr);
     }
     auto *owned = static_cast<tqcam_dev_t *>(calloc(1, sizeof(tqcam_dev_t)));
     owned->owned = 1; // the library's own handle goes, with its path
