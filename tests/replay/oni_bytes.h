@@ -8,6 +8,8 @@
 #include <string>
 #include <vector>
 
+#include "replay/oni_writer.h"
+
 using Bytes = std::vector<uint8_t>;
 
 inline Bytes read_file(const std::string &path)
@@ -98,7 +100,7 @@ class OniBytes {
 
 struct OniRecord {
     size_t pos, end;
-    uint32_t type, node;
+    uint32_t type, node, payload;
 };
 
 // The records of an intact file.
@@ -106,7 +108,43 @@ inline std::vector<OniRecord> oni_records(const Bytes &b)
 {
     std::vector<OniRecord> all;
     for (size_t at = 24; at + 28 <= b.size(); at = all.back().end)
-        all.push_back(
-            {at, at + word_at(b, at + 12) + word_at(b, at + 16), word_at(b, at + 4), word_at(b, at + 8)});
+        all.push_back({at, at + word_at(b, at + 12) + word_at(b, at + 16), word_at(b, at + 4),
+                       word_at(b, at + 8), word_at(b, at + 16)});
     return all;
+}
+
+// The records of one type; data records have type 10.
+inline std::vector<OniRecord> oni_records(const Bytes &b, uint32_t type)
+{
+    std::vector<OniRecord> some;
+    for (const OniRecord &r : oni_records(b))
+        if (r.type == type)
+            some.push_back(r);
+    return some;
+}
+
+// A recording of a device, and of n frames of 8 bytes of their number in a stream "S", node 2. Unclosed it is
+// what a recorder leaves that died, of the kind that names its nodes at the start.
+inline Bytes oni_recording(uint8_t n, uint32_t codec = ONI_CODEC_NONE, bool closed = true)
+{
+    const oni_stream_cfg_t device_cfg = {1, nullptr, 0, 0, 0, 0, 0, 0}, cfg = {2, "S", 101, 4096, 2, 2, 2, 5};
+    oni_writer_t *w = oni_writer_open("good.oni");
+    oni_ostream_t *device = oni_ostream_open(w, &device_cfg);
+    oni_ostream_set_property(device, ONI_PROP_INT, "ID", "\7\0\0\0\0\0\0", 8);
+    oni_ostream_set_property(device, ONI_PROP_STRING, "NAME", "cam", 0);
+    oni_ostream_close(device);
+    oni_ostream_t *s = oni_ostream_open(w, &cfg);
+    s->codec = codec;
+    for (uint64_t i = 1; i <= n; i++) {
+        const Bytes frame(8, static_cast<uint8_t>(i));
+        oni_ostream_set_property(s, ONI_PROP_INT, "AT", &i, 8);
+        oni_ostream_set_property(s, ONI_PROP_GENERAL, "INFO", frame.data(), 8);
+        oni_ostream_save_frame(s, frame.data(), 8, i * 1000500);
+    }
+    Bytes bytes = read_file("good.oni");
+    oni_writer_close(w);
+    if (closed)
+        return read_file("good.oni");
+    set_word(bytes, 20, 2);
+    return bytes;
 }
