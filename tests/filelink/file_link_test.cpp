@@ -16,18 +16,9 @@ struct FileLink : ::testing::Test {
     Sink sink;
 };
 
-tq_stream_hdr_t header_of(const Received &r)
+void sleep_ms(int ms)
 {
-    tq_stream_hdr_t hdr = {};
-    EXPECT_EQ(r.data.size(), sizeof(hdr));
-    memcpy(&hdr, r.data.data(), std::min(r.data.size(), sizeof(hdr)));
-    EXPECT_EQ(hdr.hdr_hash, tq_stream_hash16(&hdr, 34, 0));
-    return hdr;
-}
-
-double seconds_since(Clock::time_point t)
-{
-    return std::chrono::duration<double>(Clock::now() - t).count();
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
 }
 
 } // namespace
@@ -37,33 +28,20 @@ TEST_F(FileLink, OpensOnlyRecordingsWithItsStream)
     {
         Recording r("foreign.oni");
         r.stream("TQ_DEPTH");
-        r.integer("TQ_FRAME_IMGW", 9);
         r.frame(1);
     }
-    std::ofstream("empty.oni");
-    for (const char *path : {"missing.oni", "foreign.oni", "empty.oni", "."}) {
-        log.clear();
+    for (const char *path : {"missing.oni", "foreign.oni", "."}) {
         Link link(path);
-        EXPECT_FALSE(link.open);
-        EXPECT_EQ(link.dev.priv, nullptr);
-        EXPECT_EQ(link.dev.ops, nullptr);
+        EXPECT_FALSE(link.open || link.dev.priv || link.dev.ops);
         EXPECT_TRUE(log.has(std::string("[_file_ll_dev_open]No replay stream found in ") + path));
     }
-    EXPECT_EQ(file_ll_ops.dev_open(nullptr), nullptr);
     record("a.oni", 1);
     Link link("a.oni");
     ASSERT_TRUE(link.open);
-    EXPECT_EQ(link.dev.ops, &file_ll_ops);
     EXPECT_EQ(file_ll_ops.dev_open(&link.dev), nullptr); // is open already
-    tqcam_ll_dev_t usb = {};
-    EXPECT_EQ(file_ll_ops.dev_open(&usb), nullptr);
-    file_ll_ops.dev_close(&usb);
     file_ll_ops.dev_close(&link.dev);
-    log.clear();
-    file_ll_ops.dev_close(&link.dev);
-    EXPECT_TRUE(log.has("[file_ll_dev_close]device no need to closed!\n"));
     EXPECT_FALSE(link.start(&sink));
-    EXPECT_FALSE(link.stop());
+    file_ll_ops.dev_close(&link.dev); // again
 }
 
 TEST_F(FileLink, AnswersParametersFromProperties)
@@ -87,7 +65,6 @@ TEST_F(FileLink, AnswersParametersFromProperties)
         r.integer("TQ_CONF_INTG1_US", 0x12345);
         r.text("TQ_CONF_INTG2_US", "5"); // of another kind
         r.general("TQ_FRAME_ROI_INFO", "\1\0\2\0\3\0\4\0\5\6\7\7\7\7\7", 15);
-        r.text("TQ_OTHER", "x");
     }
     Link link("a.oni");
     ASSERT_TRUE(link.open);
@@ -95,7 +72,6 @@ TEST_F(FileLink, AnswersParametersFromProperties)
         uint8_t id;
         Bytes value;
     } cases[] = {
-        {1, {0x00, 0x1B, 0xB7, 0x00}},
         {3, {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', 'a', 'b', 'c', 'd', 'e', 'f', 'g'}},
         {4, {128, 2, 240, 0, 2, 0, 60, 0, 0xDC, 5, 0, 0}},
         {5, {0x44, 0x33, 0x22, 0x11, 0, 0, 0, 0, 0, 0, 0, 0}},
@@ -105,10 +81,8 @@ TEST_F(FileLink, AnswersParametersFromProperties)
         {10, {4, 0, 0, 0}},
         {12, {7, 0, 0, 0}},
         {13, {0x45, 0x23, 0, 0}},
-        {16, {0, 0, 0, 0}},
         {21, {0x00, 0x1B, 0xB7, 0x00}},
         {2, {}},
-        {255, {}},
     };
     for (const auto &c : cases)
         EXPECT_EQ(link.get(c.id), c.value) << "parameter " << int(c.id);
@@ -130,23 +104,12 @@ TEST_F(FileLink, LimitsComeFromTheFileAndTheRegion)
          {0, 0, 39, 0, 0, 0, 39, 0, 1, 8, 0, 0, 0},
          40,
          40},
-        {"old form, bins of 64",
-         {0, 0, 9, 0, 0, 0, 9, 0, 1, 0, 0, 0, 64, 0, 0, 0},
-         {0, 0, 19, 0, 0, 0, 9, 0, 3, 64, 0, 0, 0},
-         30,
-         20},
         {"old form, divided by nothing",
          {9, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0},
          {0, 0, 239, 255, 0, 0, 247, 255, 0, 4, 0, 0, 0},
          65528,
          65520},
-        {"largest region",
-         {0, 0, 255, 255, 0, 0, 255, 255, 0, 0, 0, 0, 0},
-         {0, 0, 255, 255, 0, 0, 255, 255, 0, 0, 0, 0, 0},
-         65535,
-         65535},
         {"backwards", {9, 0, 0, 0, 9, 0, 0, 0}, {9, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0}, 30, 20},
-        {"empty", {}, Bytes(13), 30, 20},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
@@ -189,7 +152,6 @@ TEST_F(FileLink, WritesTheCalibrationUnderItsOwnName)
     Link link("a.oni");
     ASSERT_TRUE(link.open);
     EXPECT_TRUE(log.has("[_file_ll_dev_open]Extracted calib file `" + name + "` from replay.\n"));
-    EXPECT_TRUE(log.has("no calib file openned"));
     Bytes due = first;
     due.insert(due.end(), second.begin(), second.end());
     std::ifstream in(name, std::ios::binary);
@@ -220,26 +182,27 @@ TEST_F(FileLink, HeaderTellsWhatTheFrameIs)
         r.frame(1);
         info.frame_format = 256;
         info.meta_size = 592;
-        r.info(info);
-        r.frame(2, 40);
         info.frame_size = 5000; // grows, and shrinks without being told
         r.info(info);
-        r.frame(3, 5000);
-        r.frame(4, 10);
+        r.frame(2, 5000);
+        r.frame(3, 10);
         info.frame_size = 0xFFFFFFFF; // is no size to allocate
         r.info(info);
-        r.frame(5, 6000);
+        r.frame(4, 6000);
     }
     Link link("a.oni");
     ASSERT_TRUE(link.open);
     ASSERT_TRUE(link.start(&sink));
-    EXPECT_EQ(sink.until_end(), "12345E");
-    const std::vector<Received> all = sink.wait(11);
-    ASSERT_EQ(all.size(), 11u);
-    const uint32_t sizes[] = {64, 40, 5000, 10, 6000};
-    for (int i = 0; i < 5; i++) {
+    EXPECT_EQ(sink.until_end(), "1234E");
+    const std::vector<Received> all = sink.wait(9);
+    ASSERT_EQ(all.size(), 9u);
+    const uint32_t sizes[] = {64, 5000, 10, 6000};
+    for (int i = 0; i < 4; i++) {
         SCOPED_TRACE(i);
-        const tq_stream_hdr_t hdr = header_of(all[2 * i]);
+        tq_stream_hdr_t hdr = {};
+        ASSERT_EQ(all[2 * i].data.size(), sizeof(hdr));
+        memcpy(&hdr, all[2 * i].data.data(), sizeof(hdr));
+        EXPECT_EQ(hdr.hdr_hash, tq_stream_hash16(&hdr, 34, 0));
         EXPECT_EQ(hdr.magic, 0x98FB);
         EXPECT_EQ(hdr.stream_idx, i + 1);
         EXPECT_EQ(hdr.frame.frame_idx, i + 1);
@@ -256,19 +219,7 @@ TEST_F(FileLink, HeaderTellsWhatTheFrameIs)
         EXPECT_EQ(hdr.frame.time, i == 0 ? 13u | 14u << 5 | 15u << 11 | (999999u / 64) << 17 : 0u);
         EXPECT_EQ(all[2 * i + 1].data, Bytes(sizes[i], static_cast<uint8_t>(i + 1)));
     }
-    EXPECT_TRUE(log.has("realloc ll_file single frame buffer: 64 -> 5000 bytes\n"));
     EXPECT_TRUE(log.has("realloc ll_file single frame buffer: 5000 -> 10485759 bytes\n"));
-
-    // The reassembler takes them for a camera's.
-    const tq_stream_cfg_t cfg = {10};
-    tq_stream_t *stream = tq_stream_create(&cfg);
-    for (const Received &r : all)
-        tq_stream_feed_input(stream, r.data.data(), static_cast<int32_t>(r.data.size()));
-    tq_stream_state_t state;
-    tq_stream_get_state(stream, &state);
-    EXPECT_EQ(state.rdy_cnt, 5u);
-    EXPECT_EQ(state.discard_bytes, 0u);
-    tq_stream_destroy(stream);
 }
 
 TEST_F(FileLink, EndsOrGoesRound)
@@ -280,24 +231,21 @@ TEST_F(FileLink, EndsOrGoesRound)
         sink.clear();
         ASSERT_TRUE(link.start(&sink));
         EXPECT_EQ(sink.until_end(), "123E");
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
+        sleep_ms(20);
         EXPECT_EQ(sink.calls(), 7u); // stopped by itself
     }
     sink.clear();
     ASSERT_TRUE(link.start(&sink, 1));
     EXPECT_EQ(Sink::order(sink.wait(14)).substr(0, 7), "1231231");
     EXPECT_TRUE(link.stop());
-    EXPECT_TRUE(log.has("rewind capture: file EOF met"));
 
     // A recording without frames ends, also where it should go round.
     record("none.oni", 0);
-    for (const uint32_t mode : {0u, 1u}) {
-        Link none("none.oni");
-        ASSERT_TRUE(none.open);
-        sink.clear();
-        ASSERT_TRUE(none.start(&sink, mode));
-        EXPECT_EQ(sink.until_end(), "E");
-    }
+    Link none("none.oni");
+    ASSERT_TRUE(none.open);
+    sink.clear();
+    ASSERT_TRUE(none.start(&sink, 1));
+    EXPECT_EQ(sink.until_end(), "E");
 }
 
 TEST_F(FileLink, StepsByPermit)
@@ -306,7 +254,6 @@ TEST_F(FileLink, StepsByPermit)
     Link link("a.oni");
     ASSERT_TRUE(link.open);
     link.set_fps(0);
-    EXPECT_TRUE(log.has("REP_SET: file replay set to sync mode\n"));
     ASSERT_TRUE(link.start(&sink, 1));
     EXPECT_EQ(sink.wait(1, 50).size(), 0u);
     for (int i = 1; i <= 3; i++) {
@@ -323,9 +270,6 @@ TEST_F(FileLink, StepsByPermit)
     EXPECT_EQ(link.get(12), (Bytes{0xF4, 1, 0, 0}));
     link.set_fps(1000); // back to the file's pace
     EXPECT_GE(sink.wait(40).size(), 40u);
-    link.set_fps(30);
-    EXPECT_EQ(link.get(12), (Bytes{30, 0, 0, 0}));
-    EXPECT_TRUE(link.dev.ops->dev_reset(&link.dev, 0));
 }
 
 TEST_F(FileLink, StopAndCloseDoNotWaitLong)
@@ -340,10 +284,10 @@ TEST_F(FileLink, StopAndCloseDoNotWaitLong)
                 Link link(path);
                 ASSERT_TRUE(link.open);
                 ASSERT_TRUE(link.start(&sink, 1));
-                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+                sleep_ms(5);
                 EXPECT_TRUE(!stop || link.stop());
             }
-            EXPECT_LT(seconds_since(begin), 0.9) << path;
+            EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(900)) << path;
         }
     }
 }
@@ -361,27 +305,22 @@ TEST_F(FileLink, NothingComesOnceStopped)
         std::this_thread::yield();
         ASSERT_EQ(sink.calls(), 0u);
     }
-}
-
-TEST_F(FileLink, CallbackMayStopItself)
-{
-    record("a.oni", 200, 1000000);
-    Link link("a.oni");
-    ASSERT_TRUE(link.open);
+    // The callback may stop it too.
     for (const bool abort : {true, false}) {
-        std::atomic<int> calls{0};
-        auto cb = abort ? [](tqcam_ll_dev_t *dev, int32_t, const void *, uint32_t, void *arg) {
-            dev->ops->cap_abort(dev);
-            ++*static_cast<std::atomic<int> *>(arg);
-        } : [](tqcam_ll_dev_t *dev, int32_t, const void *, uint32_t, void *arg) {
-            dev->ops->cap_stop(dev);
-            ++*static_cast<std::atomic<int> *>(arg);
+        struct {
+            bool abort;
+            std::atomic<int> calls{0};
+        } arg = {abort, {}};
+        const auto cb = [](tqcam_ll_dev_t *dev, int32_t, const void *, uint32_t, void *p) {
+            auto *a = static_cast<decltype(arg) *>(p);
+            a->abort ? dev->ops->cap_abort(dev) : static_cast<void>(dev->ops->cap_stop(dev));
+            a->calls++;
         };
-        ASSERT_TRUE(link.dev.ops->cap_start(&link.dev, 1, cb, &calls));
-        for (int i = 0; i < 500 && calls < 2; i++)
-            std::this_thread::sleep_for(std::chrono::milliseconds(1));
-        std::this_thread::sleep_for(std::chrono::milliseconds(10));
-        EXPECT_EQ(calls, 2); // header and frame
+        ASSERT_TRUE(link.dev.ops->cap_start(&link.dev, 1, cb, &arg));
+        for (int i = 0; i < 500 && arg.calls < 2; i++)
+            sleep_ms(1);
+        sleep_ms(10);
+        EXPECT_EQ(arg.calls, 2); // header and frame
     }
 }
 

@@ -35,22 +35,13 @@ Bytes good_file()
 
 // Where the parts of frame n stand in the file.
 struct FramePos {
-    size_t info, record, end; // the frame information's bytes; the data record
+    size_t info, record, end; // the frame information's bytes, which end before the data record
 };
 
 FramePos frame_pos(const Bytes &file, uint32_t n)
 {
-    FramePos pos = {};
-    for (const OniRecord &r : oni_records(file)) {
-        if (r.type == 6 && memcmp(&file[r.pos + 32], "TQ_FRAME_INFO", 14) == 0)
-            pos.info = r.pos + 28 + 4 + 14 + 4;
-        if (r.type == 10 && word_at(file, r.pos + 36) == n) {
-            pos.record = r.pos;
-            pos.end = r.end;
-            break;
-        }
-    }
-    return pos;
+    const OniRecord r = oni_records(file, 10).at(n - 1);
+    return {r.pos - sizeof(tqcam_frame_info_t), r.pos, r.end};
 }
 
 // What came, in order: the index of a frame that decodes, 'x' for one that doesn't.
@@ -113,28 +104,14 @@ TEST_F(HostileReplay, WholeFramesComeRoundADamagedOne)
     } cases[] = {
         {"nothing", 0, word_at(file, 0), "12345E", ""},
         {"frame size 0", second.info, 0, "12345E", ""},
-        {"frame size 1", second.info, 1, "12345E", ""},
-        {"frame size 0x7FFFFFFF", second.info, 0x7FFFFFFF, "12345E", ""},
         {"frame size all ones", second.info, ~0u, "12345E", ""},
-        {"format without an image", second.info + 4, 999, "1x345E", ""},
-        {"unknown format", second.info + 4, 3, "1x345E", "decode to 1 failed"},
         {"format of other planes", second.info + 4, 12, "1x345E", "decode to 1 failed"},
         {"width all ones", second.info + 8, ~0u, "1x345E", "Wrong frame size"},
-        {"width 1", second.info + 8, 1, "1x345E", ""},
-        {"height 0x7FFFFFFF", second.info + 12, 0x7FFFFFFF, "1x345E", "Wrong frame size"},
         {"twice the height", second.info + 12, 120, "1x345E", ""},
-        {"payload 0", second.record + 16, 0, "1345E", ""},
-        {"payload 1", second.record + 16, 1, "1x345E", "data before"},
         {"payload of half a frame", second.record + 16, 38400, "1x345E", "unknown 38400 data before"},
         {"payload of a row less", second.record + 16, 76800 - 320, "1x345E", ""},
-        {"payload 0x7FFFFFFF", second.record + 16, 0x7FFFFFFF, "1E", "No more space in rdbuf"},
-        {"payload all ones", second.record + 16, ~0u, "1E", "No more space in rdbuf"},
         {"fields 0", second.record + 12, 0, "1E", "parse record failed: type=0xa"},
-        {"record type 99", second.record + 4, 99, "1E", "unsupported record type: 0x63"},
-        {"node 0", second.record + 8, 0, "1345E", ""},
         {"node of the device", second.record + 8, 1, "1345E", ""},
-        {"node all ones", second.record + 8, ~0u, "1345E", ""},
-        {"no record", second.record, 0, "1345E", "data before"},
     };
     for (const auto &c : cases) {
         SCOPED_TRACE(c.what);
@@ -159,18 +136,19 @@ TEST_F(HostileReplay, CutFilesGiveWhatTheyHold)
     const struct {
         size_t size;
         const char *frames;
-    } cases[] = {{third.end, "123E"},       {third.end - 1, "12E"},   {third.record + 28, "12E"},
-                 {third.record + 5, "12E"}, {third.info + 50, "12E"}, {frame_pos(file, 1).record, "E"}};
+    } cases[] = {{third.end, "123E"},
+                 {third.end - 1, "12E"},
+                 {third.record + 28, "12E"},
+                 {third.info + 50, "12E"},
+                 {frame_pos(file, 1).record, "E"}};
     for (const auto &c : cases) {
         SCOPED_TRACE(c.size);
         ASSERT_TRUE(open(Bytes(file.begin(), file.begin() + static_cast<long>(c.size))));
         EXPECT_EQ(capture(), c.frames);
-        EXPECT_EQ(capture(), c.frames); // and again from the start
         tqcam_dev_close(dev);
         dev = nullptr;
     }
-    for (const size_t size : {size_t{0}, size_t{24}, size_t{100}, size_t{200}})
-        EXPECT_FALSE(open(Bytes(file.begin(), file.begin() + static_cast<long>(size)))) << size;
+    EXPECT_FALSE(open(Bytes(file.begin(), file.begin() + 200)));
 }
 
 TEST_F(HostileReplay, PropertiesAmongTheFramesMayBeAnything)
@@ -184,10 +162,8 @@ TEST_F(HostileReplay, PropertiesAmongTheFramesMayBeAnything)
             props.int_prop(2, key, v);
     }
     for (const size_t size : {0, 1, 13, 16, 100, 5000}) {
-        for (const uint8_t byte : {0x00, 0x7F, 0xFF}) {
-            props.general(2, "TQ_FRAME_ROI_INFO", Bytes(size, byte));
-            props.general(2, "TQ_FRAME_INFO", Bytes(size, byte));
-        }
+        props.general(2, "TQ_FRAME_ROI_INFO", Bytes(size, 0xFF));
+        props.general(2, "TQ_FRAME_INFO", Bytes(size, 0x7F));
     }
     props.int_prop(2, "TQ_FRAME_MOD_FREQ", 24000000).int_prop(2, "TQ_CONF_INTG2_US", 0);
     props.int_prop(2, "TQ_FRAME_FPS", 1000).int_prop(2, "TQ_FRAME_FPS", 90);
@@ -196,8 +172,6 @@ TEST_F(HostileReplay, PropertiesAmongTheFramesMayBeAnything)
     ASSERT_TRUE(open(bad));
     EXPECT_EQ(capture(), "12345E");
     // The last of each reached the driver by way of the device.
-    EXPECT_TRUE(log.has("[_fill_ll_on_get_property]REP: mod_freq set to 24000000\n"));
-    EXPECT_TRUE(log.has("[_fill_ll_on_get_property]REP: fps set to 90\n"));
     EXPECT_TRUE(log.has("[_fill_ll_on_get_property]REP: roi set ok\n"));
     EXPECT_TRUE(log.has("Set MOD_FREQ: 24000000\n"));
     tqcam_param_item_t item = {};
