@@ -1,28 +1,21 @@
-// Vector forms of the element conversions against their plain forms.
+// Vector forms of the element conversions, and of the gather through a lens map, against their plain forms.
 #include <vector>
 
 #include "image/conv_kernels.h"
+#include "image/lens_map.h"
 #include "support/kernel_check.h"
+#include "tq_lens.h"
 
 namespace {
 
-// Bits of every kind: NaN of all sorts, infinities, subnormals, and values about the ends of the integers.
-float hostile(KernelRng &rng)
+template <class T> void fill(KernelRng &rng, Guarded<T> *values)
 {
-    static const float ends[] = {0.0f,          -0.0f,          0.99999994f,    1.0f,
-                                 255.5f,        256.0f,         65535.0f,       65536.0f,
-                                 -0.5f,         2147483520.0f,  2147483648.0f,  4294967040.0f,
-                                 4294967296.0f, -2147483648.0f, -2147483904.0f, 1e38f};
-    const uint32_t bits = (uint32_t)rng.bits();
-    float v;
-    memcpy(&v, &bits, 4);
-    switch (rng.below(4)) {
-    case 0:
-        return v;
-    case 1:
-        return ends[rng.below(16)];
-    default:
-        return rng.unit() * 100000.0f - 1000.0f;
+    for (T &v : values->values()) {
+        const float f = some_float(rng, -1000, 99000);
+        if constexpr (sizeof(T) == 2)
+            v = (T)rng.bits();
+        else
+            memcpy(&v, &f, 4);
     }
 }
 
@@ -31,25 +24,32 @@ void check(const char *name, void (*plain)(D *, const S *, int, F), void (*vecto
            const std::vector<F> &factors)
 {
     SCOPED_TRACE(name);
-    KernelRng rng;
-    for_each_target([&] {
-        for (int n = 1; n < 300; n += n < 140 ? 1 : 37) {
-            Guarded<S> src((size_t)n, rng.below(64));
-            for (S &v : src.values()) {
-                if constexpr (sizeof(S) == 2)
-                    v = (S)rng.bits();
-                else {
-                    const float f = hostile(rng);
-                    memcpy(&v, &f, 4);
-                }
-            }
-            for (const F factor : factors) {
-                Guarded<D> a((size_t)n, rng.below(64)), b((size_t)n, rng.below(64));
-                plain(a.data(), src.data(), n, factor);
-                vector(b.data(), src.data(), n, factor);
-                ASSERT_TRUE(same_bits(a, b, n)) << "factor " << factor;
-            }
+    for_each_length([&](KernelRng &rng, int n) {
+        Guarded<S> src((size_t)n, rng.below(64));
+        fill(rng, &src);
+        for (const F factor : factors) {
+            Guarded<D> a((size_t)n, rng.below(64)), b((size_t)n, rng.below(64));
+            plain(a.data(), src.data(), n, factor);
+            vector(b.data(), src.data(), n, factor);
+            ASSERT_TRUE(same_bits(a, b, n)) << "factor " << factor;
         }
+    });
+}
+
+template <class T>
+void check_gather(void (*plain)(T *, const T *, const uint32_t *, int, T),
+                  void (*vector)(T *, const T *, const uint32_t *, int, T))
+{
+    for_each_length([&](KernelRng &rng, int n) {
+        const uint32_t size = 1 + rng.below(500), rare = 1 + rng.below(60); // few without a source, or most
+        Guarded<T> src(size, rng.below(64)), a((size_t)n, rng.below(64)), b((size_t)n, rng.below(64));
+        fill(rng, &src);
+        Guarded<uint32_t> map((size_t)n, rng.below(64));
+        for (uint32_t &v : map.values())
+            v = rng.below(rare) == 0 ? TQ_CALIB_LEN_NO_SOURCE : rng.below(size);
+        plain(a.data(), src.data(), map.data(), n, (T)65500);
+        vector(b.data(), src.data(), map.data(), n, (T)65500);
+        ASSERT_TRUE(same_bits(a, b, n));
     });
 }
 
@@ -65,4 +65,10 @@ TEST(ConvKernels, AllForms)
     check<uint16_t, float, float>("f32 u16", conv_f32_u16_plain, conv_f32_u16_simd, factors);
     check<uint32_t, float, float>("f32 u32", conv_f32_u32_plain, conv_f32_u32_simd, factors);
     check<float, uint32_t, float>("u32 f32", conv_u32_f32_plain, conv_u32_f32_simd, factors);
+}
+
+TEST(LensKernels, Undistort)
+{
+    check_gather<uint16_t>(undistort_u16_plain, undistort_u16_simd);
+    check_gather<float>(undistort_f32_plain, undistort_f32_simd);
 }

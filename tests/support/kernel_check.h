@@ -4,6 +4,8 @@
 // A run takes its seed from the environment variable KERNEL_SEED, or at random, and prints it.
 #pragma once
 
+#include <array>
+#include <cmath>
 #include <cstdint>
 #include <cstdio>
 #include <cstdlib>
@@ -119,14 +121,63 @@ inline void fill_samples(KernelRng &rng, std::span<uint16_t> image)
     }
 }
 
-// Calls check(w, h) for every width from 2 to past two of the longest vectors and some beyond, with small
-// heights that change with the width.
+// Floats as hostile: any bits, values about the ends of the integers, mostly values of the range.
+inline float some_float(KernelRng &rng, float lo, float hi)
+{
+    static constexpr float kEnds[] = {0.0f,          -0.0f,         0.99999994f,    1.0f,          -0.5f,
+                                      59.999996f,    60.0f,         255.5f,         65535.0f,      65536.0f,
+                                      2147483520.0f, 2147483648.0f, 4294967040.0f,  4294967296.0f, 1e-40f,
+                                      3e38f,         -3e38f,        -2147483904.0f, INFINITY,      -INFINITY};
+    const uint32_t bits = (uint32_t)rng.bits();
+    float v;
+    memcpy(&v, &bits, 4);
+    const uint32_t kind = rng.below(8);
+    return kind == 0 ? v : kind == 1 ? kEnds[rng.below(20)] : lo + rng.unit() * (hi - lo);
+}
+
+// Calls check(rng, w, h) on each target for every width from 2 to past two of the longest vectors, some
+// beyond and some longer than any part of a row that a kernel takes at a time, with small heights that change
+// with the width.
 template <typename F> void for_each_size(F check)
 {
     static constexpr int kHeights[] = {2, 3, 4, 5, 9, 17, 33};
-    int i = 0;
-    for (int w = 2; w <= 80; w++)
-        check(w, kHeights[i++ % 7]);
-    for (const int w : {127, 128, 129, 160, 191, 320, 333})
-        check(w, kHeights[i++ % 7]);
+    KernelRng rng;
+    for_each_target([&] {
+        for (int i = 0; i < 90 && !testing::Test::HasFailure(); i++) {
+            const int w = i < 79 ? i + 2 : std::array{127,  129,  160,  191,  320, 333,
+                                                      1024, 1025, 1040, 1057, 2049}[i - 79];
+            SCOPED_TRACE(testing::Message() << w << " x " << kHeights[i % 7]);
+            check(rng, w, kHeights[i % 7]);
+        }
+    });
+}
+
+// The same for rows: check(rng, n).
+template <typename F> void for_each_length(F check)
+{
+    KernelRng rng;
+    for_each_target([&] {
+        for (int n = 1; n < 300 && !testing::Test::HasFailure(); n += n < 140 ? 1 : 37) {
+            SCOPED_TRACE(n);
+            check(rng, n);
+        }
+    });
+}
+
+// An image filter in both its forms.
+template <class T> using filter_t = void (*)(T *, const T *, int, int);
+template <class T> void check_filter(const char *name, filter_t<T> plain, filter_t<T> simd)
+{
+    SCOPED_TRACE(name);
+    for_each_size([&](KernelRng &rng, int w, int h) {
+        const size_t n = (size_t)w * h;
+        Guarded<uint16_t> samples(n, 0);
+        fill_samples(rng, samples.values());
+        Guarded<T> src(n, rng.below(64)), due(n, rng.below(64)), got(n, rng.below(64));
+        for (size_t i = 0; i < n; i++)
+            src[i] = (T)(samples[i] * (sizeof(T) == 4 ? 65537u : 1u));
+        plain(due.data(), src.data(), w, h);
+        simd(got.data(), src.data(), w, h);
+        ASSERT_TRUE(same_bits(due, got, (size_t)w));
+    });
 }
