@@ -103,61 +103,32 @@ TEST_F(Stream, AnyCuttingOfAnIntactStreamGivesTheSameFrames)
     EXPECT_FALSE(log.has("discard"));
 }
 
-TEST_F(Stream, HeaderSplitAtAnyByte)
-{
-    for (size_t cut = 0; cut <= 36; cut++) {
-        const bytes_t one = packet_bytes(frame(static_cast<uint16_t>(cut), static_cast<uint16_t>(cut)));
-        feed(bytes_t(one.begin(), one.begin() + cut));
-        feed(bytes_t(one.begin() + cut, one.end()));
-    }
-    EXPECT_EQ(state().total, 37u);
-    EXPECT_EQ(state().discard_bytes, state().overflowed * 40);
-}
-
-TEST_F(Stream, FalseStartsOfAHeaderAreDropped)
+TEST_F(Stream, WhatIsNoHeaderIsDropped)
 {
     feed(bytes_t{1, 2, 0xFB}); // held as a possible start
     feed(frame(0, 7));         // doesn't go on with it: hunted from its beginning
     feed(bytes_t{0xFB, 0x98, 1});
-    bytes_t junk(40, 0x11); // makes 36 bytes of it, which prove to be none
-    feed(junk);
+    feed(bytes_t(40, 0x11)); // makes 36 bytes of it, which prove to be none
     feed(frame(1, 8));
     EXPECT_EQ(fetched(), (indexes_t{7, 8}));
-}
-
-TEST_F(Stream, HeadersOutOfRangeAreNone)
-{
-    tq_stream_hdr_t hdr = packet_hdr(frame(0, 1));
-    const struct {
-        uint32_t len, frame_len;
-    } cases[] = {{0, 40}, {40, 0}, {0xA00000, 40}, {40, 0x8000000}, {0xFFFFFFFF, 0xFFFFFFFF}};
-    for (const auto &c : cases) {
-        hdr.len = c.len;
-        hdr.frame.frame_len = c.frame_len;
+    const uint32_t cases[][3] = {// length, that of the frame, whether they can be
+                                 {0, 40, 0},
+                                 {40, 0, 0},
+                                 {0xA00000, 40, 0},
+                                 {40, 0x8000000, 0},
+                                 {0xFFFFFFFF, 0xFFFFFFFF, 0},
+                                 {0x9FFFFF, 0x7FFFFFF, 1}};
+    for (const auto &[len, frame_len, good] : cases) {
+        tq_stream_hdr_t hdr = packet_hdr(frame(2, 9));
+        hdr.len = len;
+        hdr.frame.frame_len = frame_len;
         hdr.hdr_hash = tq_stream_hash16(&hdr, 34, 0);
+        log.clear();
         bytes_t b;
         append(&b, &hdr, sizeof hdr);
         feed(b);
+        EXPECT_EQ(log.has("[_sync_stream_hdr]HDR found: idx/len=2/10485759 (frlen=134217727,idx=9,"), good);
     }
-    EXPECT_FALSE(log.has("HDR found"));
-    hdr.len = 0x9FFFFF;
-    hdr.frame.frame_len = 0x7FFFFFF;
-    hdr.hdr_hash = tq_stream_hash16(&hdr, 34, 0);
-    bytes_t b;
-    append(&b, &hdr, sizeof hdr);
-    feed(b);
-    EXPECT_TRUE(log.has(
-        "[_sync_stream_hdr]HDR found: idx/len=0/10485759 (frlen=134217727,idx=1,fmt=0,b=1,e=0,mlen=0)\n"));
-}
-
-TEST_F(Stream, WaitsForAFrameBoundAfterReset)
-{
-    feed(part(0, 1, 50, 100));
-    EXPECT_TRUE(log.has("[tq_stream_feed_input]HDR skip: no fr-bound @ 36/86 \n"));
-    EXPECT_EQ(state().total, 0u);
-    feed(frame(1, 2));
-    EXPECT_EQ(fetched(), (indexes_t{2}));
-    EXPECT_EQ(state().discarded, 0u);
 }
 
 TEST_F(Stream, Losses)
@@ -186,6 +157,12 @@ TEST_F(Stream, Losses)
          {2},
          1,
          30},
+        // The end of a frame comes first.
+        {{part(0, 1, 50, 100), frame(1, 2)},
+         "[tq_stream_feed_input]HDR skip: no fr-bound @ 36/162 \n",
+         {2},
+         0,
+         0},
         // Packets are missing before a frame: only told.
         {{frame(0, 1), frame(7, 5)},
          "[tq_stream_feed_input]missing frame: jumpping frame idx (prev=2, cur=5)\n",
@@ -210,19 +187,6 @@ TEST_F(Stream, Losses)
     }
 }
 
-TEST_F(Stream, IndexesWrap)
-{
-    feed({65535, 65535, 40, frame_bytes(120, 1)});
-    feed(frame(0, 2));
-    EXPECT_EQ(fetched(), (indexes_t{65535, 0, 1, 2}));
-    feed({1, 3, 100, frame_bytes(60, 1)});
-    feed({2, 3, 100, frame_bytes(40, 2), false});
-    EXPECT_EQ(fetched(), (indexes_t{3}));
-    EXPECT_FALSE(log.has("missing frame"));
-    feed(frame(3, 5));
-    EXPECT_TRUE(log.has("missing frame: jumpping frame idx (prev=4, cur=5)\n"));
-}
-
 TEST_F(Stream, ChecksumDropsTheFrameInAssembly)
 {
     const auto summed = [](packet_t p, uint32_t off) {
@@ -239,7 +203,6 @@ TEST_F(Stream, ChecksumDropsTheFrameInAssembly)
     feed(summed(part(1, 2, 0, 60), 0));
     feed(summed(part(2, 2, 60, 100), 1));
     EXPECT_TRUE(log.has("[tq_stream_feed_input]discard frame: verify data checksum failed: sidx=2\n"));
-    EXPECT_TRUE(log.has("[_discard_cur_frame]discard frame: idx = 2\n"));
     EXPECT_EQ(state().discarded, 1u);
     feed(part(3, 3, 50, 100));
     feed(summed(frame(4, 4, 39), 0)); // the last three bytes aren't summed
@@ -262,14 +225,12 @@ TEST_F(Stream, FullListDropsTheOldest)
     EXPECT_EQ(state().discard_bytes, 15u * 40);
     EXPECT_EQ(state().rdy_max, 11u); // seen before the drop
     EXPECT_TRUE(log.has("[tq_stream_feed_input]discard frames: frame buffer is full (1/15)\n"));
-    EXPECT_TRUE(log.has("[_fr_list_refresh]discard frame: idx = 14\n"));
     feed({25, 25, 10, frame_bytes(120, 1)}); // twelve frames at once, into a list of ten
     EXPECT_EQ(fetched(), (indexes_t{27, 28, 29, 30, 31, 32, 33, 34, 35, 36}));
     cfg.rdy_limit = 0;
     tq_stream_set_cfg(s.get(), &cfg);
     feed(frame(26, 37));
     EXPECT_EQ(state().rdy_cnt, 0u);
-    EXPECT_EQ(tq_stream_get_cfg(s.get(), &cfg)->rdy_limit, 0u);
 }
 
 TEST_F(Stream, FetchPeeksCutsAndThrowsAway)
@@ -279,7 +240,6 @@ TEST_F(Stream, FetchPeeksCutsAndThrowsAway)
     uint8_t room[100];
     tq_frame_hdr_t hdr = {};
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), nullptr, 0, 99, &hdr, true), 5u);
-    EXPECT_EQ(hdr.frame_len, 0u); // counted only
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), room, 40, 1, &hdr, true), 1u);
     EXPECT_EQ(hdr.frame_idx, 1);
     EXPECT_EQ(state().rdy_cnt, 5u);
@@ -292,17 +252,13 @@ TEST_F(Stream, FetchPeeksCutsAndThrowsAway)
     EXPECT_EQ(bytes_t(room, room + 100), expected);
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), nullptr, 0, 1, nullptr, false), 1u);
     EXPECT_EQ(fetched(), (indexes_t{5}));
-    EXPECT_EQ(tq_stream_fetch_frames(s.get(), room, 100, 1, &hdr, false), 0u);
-    EXPECT_EQ(tq_stream_fetch_frames(s.get(), room, 100, 1, &hdr, true), 0u);
-}
 
-TEST_F(Stream, ResetForgetsTheCountButNotTheList)
-{
+    // A reset forgets the count, but not the list.
+    tq_stream_reset(s.get());
     feed(frame(0, 1));
     feed(part(1, 2, 0, 60));
     tq_stream_reset(s.get());
     EXPECT_EQ(state().rdy_cnt, 0u);
-    EXPECT_GT(state().start_time.tv_sec, 0);
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), nullptr, 0, 9, nullptr, false), 0u);
     feed(part(2, 2, 60, 100)); // what was being assembled is gone
     feed(frame(3, 3));
@@ -313,7 +269,6 @@ TEST_F(Stream, ResetForgetsTheCountButNotTheList)
 TEST_F(Stream, NoMemoryForAFrameLosesThatFrameOnly)
 {
     const packet_t big = {1, 2, 120000000, frame_bytes(5000, 1)};
-    const bytes_t good = packet_bytes(frame(2, 3)), after = packet_bytes(frame(3, 4));
     struct rlimit old, tight;
     getrlimit(RLIMIT_AS, &old);
     tight = old;
@@ -322,11 +277,9 @@ TEST_F(Stream, NoMemoryForAFrameLosesThatFrameOnly)
     feed(big);
     setrlimit(RLIMIT_AS, &old);
     EXPECT_TRUE(log.has("[_fr_node_add_data]malloc failed: "));
-    EXPECT_EQ(state().discarded, 1u);
     EXPECT_EQ(state().discard_bytes, 5000u);
-    feed(good);
-    feed(after);
-    EXPECT_EQ(fetched(), (indexes_t{3, 4}));
+    feed(frame(2, 3));
+    EXPECT_EQ(fetched(), (indexes_t{3}));
 }
 #endif
 
