@@ -33,46 +33,23 @@ TEST(Palettes, AreTheTablesTheyWereMadeFrom)
         }
     }
     EXPECT_EQ(hash, 0xaf9fb81743b553a3u);
-    const struct {
-        int palette, row;
-        float rgb[3]; // to four decimals
-    } rows[] = {{0, 0, {0.5f, 0, 0}},
-                {0, 1, {0.5178f, 0, 0}},
-                {0, 255, {0, 0, 0.5f}},
-                {1, 1, {1, 0.0232f, 0}},
-                {1, 255, {1, 0, 0.0938f}},
-                {2, 1, {0.0078f, 0.0078f, 1}},
-                {3, 1, {0, 0, 0.5178f}},
-                {10, 1, {0.0023f, 0.0013f, 0.0183f}},
-                {10, 255, {0.9871f, 0.9914f, 0.7495f}},
-                {63, 255, {0.3295f, 0.9983f, 0}}};
-    for (const auto &r : rows)
-        for (int c = 0; c < 3; c++)
-            EXPECT_NEAR(tq_cmap_palettes[r.palette][r.row][c], r.rgb[c], 0.000051f)
-                << r.palette << "/" << r.row;
 }
 
-TEST(CmapColor, MarkersRangeAndTable)
+TEST(CmapColor, MarkersRangeAndPaletteRows)
 {
     Map m;
     const struct {
         int value;
         uint32_t colour;
     } cases[] = {
-        {65300, 0},       {65400, 0x8000FF}, {65500, 0xFF0EA9}, // markers, outside the range
-        {0, 0},           {-5, 0},           {4001, 0},         // outside
-        {1, 0x0000BF},    {1000, 0x00AAFF},  {2000, 0x7FFF7F},  // near is red, far is blue
-        {3000, 0xFF7F00}, {4000, 0x7F0000},
+        {65300, 0},    {65400, 0x8000FF}, {65500, 0xFF0EA9}, // markers, outside the range
+        {0, 0},        {-5, 0},           {4001, 0},         // outside
+        {1, 0x0000BF}, {2000, 0x7FFF7F},  {4000, 0x7F0000},  // near is red, far is blue
     };
     for (const auto &c : cases)
         EXPECT_EQ(tq_cmap_get_color(&m, c.value), c.colour) << c.value;
     tq_cmap_set_range(&m, 65000, 66000);
     EXPECT_EQ(tq_cmap_get_color(&m, 65400), 0x8000FFu);
-}
-
-TEST(CmapColor, PaletteRows)
-{
-    Map m;
     ASSERT_TRUE(tq_cmap_set_palette(&m, 35)); // linear gray
     tq_cmap_set_range(&m, 100, 355);          // a row a step
     for (const int v : {100, 101, 102, 200, 354, 355}) {
@@ -86,7 +63,6 @@ TEST(CmapColor, PaletteRows)
 TEST(CmapRange, SwappedEqualAndOdd)
 {
     Map m;
-    EXPECT_EQ(m.vmax, 4000.0f);
     tq_cmap_set_range(&m, 900, 100);
     EXPECT_EQ(m.vmin, 100.0f);
     EXPECT_EQ(m.vmax, 900.0f);
@@ -171,11 +147,8 @@ TEST(CmapRgb, OddFloatsAndArguments)
         }
     }
     const uint16_t one = 1;
-    EXPECT_EQ(tq_cmap_u16_to_rgb(&m, &one, 0, out, out, out, 3, 0, 9, true), 0);
     EXPECT_EQ(tq_cmap_u16_to_rgb(&m, &one, -1, out, out, out, 3, 0, 9, false), 0);
-    EXPECT_EQ(tq_cmap_u16_to_rgb(&m, nullptr, 1, out, out, out, 3, 0, 9, false), -22);
     EXPECT_EQ(tq_cmap_u16_to_rgb(&m, &one, 1, out, nullptr, out, 3, 0, 9, false), -22);
-    EXPECT_EQ(tq_cmap_f32_to_rgb(nullptr, src, 1, out, out, out, 3, 0, 9, false), -22);
 }
 
 TEST(CmapRgb, FloatsAreColouredEqualised)
