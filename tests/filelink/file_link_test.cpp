@@ -222,6 +222,31 @@ TEST_F(FileLink, HeaderTellsWhatTheFrameIs)
     EXPECT_TRUE(log.has("realloc ll_file single frame buffer: 5000 -> 10485759 bytes\n"));
 }
 
+TEST_F(FileLink, PropertiesAmongTheFramesMayBeAnything)
+{
+    {
+        Recording r("a.oni");
+        r.stream("TQ_REPLAY");
+        r.integer("TQ_FRAME_FPS", 500);
+        r.frame(1);
+        for (const uint64_t v : {uint64_t{0}, uint64_t{0x7FFFFFFF}, ~uint64_t{0}, uint64_t{1000}}) {
+            for (const char *key : {"TQ_FRAME_IMGW", "TQ_FRAME_IMGH", "TQ_FRAME_MOD_FREQ", "TQ_CONF_INTG2_US",
+                                    "TQ_DEV_ID", "TQ_FRAME_FPS"})
+                r.integer(key, v);
+        }
+        for (const uint32_t size : {0, 1, 13, 16, 100, 5000}) {
+            r.general("TQ_FRAME_ROI_INFO", Bytes(size, 0xFF).data(), size);
+            r.general("TQ_FRAME_INFO", Bytes(size, 0x7F).data(), size);
+        }
+        r.frame(2);
+    }
+    Link link("a.oni");
+    ASSERT_TRUE(link.open);
+    ASSERT_TRUE(link.start(&sink));
+    EXPECT_EQ(sink.until_end(), "12E");
+    EXPECT_EQ(link.get(21), (Bytes{0xE8, 3, 0, 0}));
+}
+
 TEST_F(FileLink, EndsOrGoesRound)
 {
     record("a.oni", 3);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "replay/oni_reader.h"
+#include "tqcam.h"
 
 struct Recorded {
     // "Device int TQ_DEV_ID=5", "TQ_REPLAY bytes TQ_FRAME_INFO=100"; "TQ_REPLAY frame 64 x 7" for a frame of
@@ -14,6 +15,7 @@ struct Recorded {
     std::vector<std::string> lines;
     std::vector<std::string> nodes;           // names, by node id
     std::vector<std::vector<uint8_t>> frames; // of the stream that was asked for
+    std::vector<tqcam_frame_info_t> infos;    // in front of them
     std::vector<uint8_t> calib;               // all TQ_FILEDATA_CALIB records together
     oni_reader_t *reader = nullptr;
 
@@ -72,6 +74,10 @@ struct Recorded {
         else
             text += "bytes " + std::string(name) + "=" + std::to_string(size);
         self->lines.push_back(text);
+        if (strcmp(name, "TQ_FRAME_INFO") == 0 && size == sizeof(tqcam_frame_info_t)) {
+            self->infos.emplace_back();
+            memcpy(&self->infos.back(), value, size);
+        }
         if (strcmp(name, "TQ_FILEDATA_CALIB") == 0)
             self->calib.insert(self->calib.end(), static_cast<const uint8_t *>(value),
                                static_cast<const uint8_t *>(value) + size);

@@ -1,7 +1,5 @@
 // A recording of a running replay plays back as what it was made from.
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 
 #include "recording/recorded.h"
 #include "replay_recorder.h"
@@ -18,12 +16,6 @@ struct played_frame_t {
     std::vector<uint16_t> dist, gray;
     uint32_t mod_freq;
 };
-
-std::string file_bytes(const std::string &name)
-{
-    std::ifstream in(name, std::ios::binary);
-    return std::string((std::istreambuf_iterator<char>(in)), {});
-}
 
 tqcam_param_item_t param(tqcam_dev_t *dev, uint32_t id)
 {
@@ -58,13 +50,29 @@ struct Replay : ::testing::Test {
     {
         tqcam_dev_t *dev = tqcam_dev_open_by_uri(uri);
         EXPECT_NE(dev, nullptr) << log.text();
-        tqcam_param_item_t fps = {};
-        fps.param_id = TQCAM_PARAM_FPS;
-        fps.param_len = 4;
-        EXPECT_TRUE(dev && tqcam_param_batch_set(dev, &fps, 1));
+        set(dev, TQCAM_PARAM_FPS, 0);
         return dev;
     }
-    played_frame_t next(tqcam_dev_t *dev, bool decode)
+    void set(tqcam_dev_t *dev, uint32_t id, uint32_t value)
+    {
+        tqcam_param_item_t item = {};
+        item.param_id = id;
+        item.param_len = 4;
+        memcpy(item.value, &value, 4);
+        EXPECT_TRUE(dev && tqcam_param_batch_set(dev, &item, 1));
+    }
+    void start(tqcam_dev_t *dev, const char *file, bool images)
+    {
+        tqcam_cap_cfg_t cfg = {};
+        cfg.cache_frames_cnt = 10;
+        std::string name = file;
+        cfg.save_file = name.data();
+        cfg.en_save_replay = 1;
+        cfg.en_save_dist = cfg.en_save_gray = images;
+        ASSERT_TRUE(tqcam_cap_config_set(dev, &cfg));
+        ASSERT_TRUE(tqcam_cap_start(dev));
+    }
+    played_frame_t next(tqcam_dev_t *dev)
     {
         played_frame_t f = {};
         f.raw.resize(1 << 20);
@@ -73,14 +81,12 @@ struct Replay : ::testing::Test {
         f.info = frame.frame_info;
         f.raw.resize(f.info.frame_size);
         const int n = static_cast<int>(f.info.width * f.info.height);
-        if (decode) {
-            f.dist.resize(n);
-            f.gray.resize(n);
-            EXPECT_EQ(
-                tqcam_frame_get_dist_u16(dev, f.dist.data(), n, f.raw.data(), f.info.frame_size, &f.info), n);
-            EXPECT_EQ(
-                tqcam_frame_get_gray_u16(dev, f.gray.data(), n, f.raw.data(), f.info.frame_size, &f.info), n);
-        }
+        f.dist.resize(n);
+        f.gray.resize(n);
+        EXPECT_EQ(tqcam_frame_get_dist_u16(dev, f.dist.data(), n, f.raw.data(), f.info.frame_size, &f.info),
+                  n);
+        EXPECT_EQ(tqcam_frame_get_gray_u16(dev, f.gray.data(), n, f.raw.data(), f.info.frame_size, &f.info),
+                  n);
         memcpy(&f.mod_freq, param(dev, TQCAM_PARAM_MOD_FREQ).value, 4);
         return f;
     }
@@ -95,7 +101,7 @@ TEST_F(Replay, RecordedAgainIsTheSame)
 {
     tqcam_dev_t *dev = open("file://in.oni");
     ASSERT_NE(dev, nullptr);
-    const std::string calib = file_bytes(calib_name);
+    const std::string calib = read_text(calib_name);
     EXPECT_EQ(calib, std::string(600000, 0x5A));
     tqcam_dev_info_t info;
     ASSERT_NE(tqcam_dev_get_info(dev, &info), nullptr);
@@ -105,24 +111,12 @@ TEST_F(Replay, RecordedAgainIsTheSame)
     for (const uint32_t id : ids)
         params.push_back(param(dev, id));
 
-    tqcam_cap_cfg_t cfg = {};
-    cfg.cache_frames_cnt = 10;
-    char name[] = "out.oni";
-    cfg.save_file = name;
-    cfg.en_save_replay = cfg.en_save_dist = cfg.en_save_gray = 1;
-    ASSERT_TRUE(tqcam_cap_config_set(dev, &cfg));
-    ASSERT_TRUE(tqcam_cap_start(dev));
+    start(dev, "out.oni", true);
     std::vector<played_frame_t> first;
     for (uint32_t i = 0; i < FRAMES; i++) {
-        if (i == 3) {
-            tqcam_param_item_t freq = {};
-            freq.param_id = TQCAM_PARAM_MOD_FREQ;
-            freq.param_len = 4;
-            const uint32_t value = 24000000;
-            memcpy(freq.value, &value, 4);
-            EXPECT_TRUE(tqcam_param_batch_set(dev, &freq, 1));
-        }
-        first.push_back(next(dev, true));
+        if (i == 3)
+            set(dev, TQCAM_PARAM_MOD_FREQ, 24000000);
+        first.push_back(next(dev));
     }
     ASSERT_TRUE(tqcam_cap_stop(dev));
     const uint64_t dev_id = info.dev_id;
@@ -141,7 +135,7 @@ TEST_F(Replay, RecordedAgainIsTheSame)
     std::filesystem::remove(calib_name);
     dev = open("out.oni");
     ASSERT_NE(dev, nullptr);
-    EXPECT_EQ(file_bytes(calib_name), calib);
+    EXPECT_EQ(read_text(calib_name), calib);
     ASSERT_NE(tqcam_dev_get_info(dev, &info), nullptr);
     EXPECT_EQ(info.serial, serial);
     EXPECT_EQ(info.product, product);
@@ -153,7 +147,7 @@ TEST_F(Replay, RecordedAgainIsTheSame)
     }
     ASSERT_TRUE(tqcam_cap_start(dev));
     for (uint32_t i = 0; i < FRAMES; i++) {
-        const played_frame_t again = next(dev, true);
+        const played_frame_t again = next(dev);
         EXPECT_TRUE(again.raw == first[i].raw) << i;
         EXPECT_TRUE(again.gray == first[i].gray) << i;
         EXPECT_EQ(again.info.temp_cb, first[i].info.temp_cb) << i;
@@ -166,19 +160,13 @@ TEST_F(Replay, RecordedAgainIsTheSame)
 
 TEST_F(Replay, IsNotRecordedOverItself)
 {
-    const std::string before = file_bytes("in.oni");
+    const std::string before = read_text("in.oni");
     std::filesystem::create_hard_link("in.oni", "same.oni");
     tqcam_dev_t *dev = open("file://in.oni");
     ASSERT_NE(dev, nullptr);
-    tqcam_cap_cfg_t cfg = {};
-    cfg.cache_frames_cnt = 10;
-    char name[] = "same.oni";
-    cfg.save_file = name;
-    cfg.en_save_replay = 1;
-    ASSERT_TRUE(tqcam_cap_config_set(dev, &cfg));
-    ASSERT_TRUE(tqcam_cap_start(dev));
+    start(dev, "same.oni", false);
     EXPECT_TRUE(log.has("[_tqcam_cap_replay_start]open replay file same.oni failed\n"));
-    EXPECT_GT(next(dev, false).info.frame_size, 0u);
+    EXPECT_GT(next(dev).info.frame_size, 0u);
     tqcam_dev_close(dev);
-    EXPECT_TRUE(file_bytes("in.oni") == before);
+    EXPECT_TRUE(read_text("in.oni") == before);
 }

@@ -241,10 +241,3 @@ TEST(RawE, RefusesWhatCannotBe)
     }
 }
 
-TEST(RawE, TimeOfDayIsPackedForTheHeader)
-{
-    sim_frame_t f = {};
-    f.time_of_day_sec = 13 * 3600 + 59 * 60 + 7;
-    f.time_usec = 64 * 15624;
-    EXPECT_EQ(sim_frame_time_word(f), 13u | 59u << 5 | 7u << 11 | 15624u << 17);
-}
