@@ -56,13 +56,14 @@ bool usb_ll_param_get(tqcam_ll_dev_t *dev, tqcam_ll_param_t *items, int count)
             LOG_ERROR("[%s]write phase failed\n");
             return false;
         }
-        if (!_read_phase(dev, USB_CMD_DEVICE, USB_DEV_PARAM_GET, items + at, bytes)) {
+        const bool read = _read_phase(dev, USB_CMD_DEVICE, USB_DEV_PARAM_GET, items + at, bytes);
+        for (int i = at; i < at + n; i++) // a part of an answer is in the items too
+            if (items[i].len > sizeof items[i].value)
+                items[i].len = sizeof items[i].value;
+        if (!read) {
             LOG_ERROR("[%s]read phase failed\n");
             return false;
         }
-        for (int i = at; i < at + n; i++)
-            if (items[i].len > sizeof items[i].value)
-                items[i].len = sizeof items[i].value;
     }
     return true;
 }

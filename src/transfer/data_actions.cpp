@@ -66,10 +66,11 @@ int al_data_read_ack(tqcam_ll_dev_t *dev, al_ack_t *ack)
 
 // The two outcomes are told the wrong way round; this read direction is a stub of the protocol, and devices
 // and their logs know it as it is.
-int al_get_data_payload(tqcam_ll_dev_t *dev, uint8_t *buffer, uint32_t size)
+bool al_get_data_payload(tqcam_ll_dev_t *dev, uint8_t *buffer, uint32_t size)
 {
     _put(buffer + 4, size);
-    if (tqcam_ll_exe_cmd(dev, 0, AL_CMD, AL_ACTION_PAYLOAD, buffer, 12, 1000))
+    const bool ok = tqcam_ll_exe_cmd(dev, 0, AL_CMD, AL_ACTION_PAYLOAD, buffer, 12, 1000);
+    if (ok)
         LOG_ERROR("[%s]Cmd:(0x%x,0x%x) failed\n", AL_CMD, static_cast<int>(AL_ACTION_PAYLOAD));
-    return 0;
+    return ok;
 }

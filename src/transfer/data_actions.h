@@ -35,4 +35,4 @@ int al_data_declare(tqcam_ll_dev_t *dev, uint8_t type, uint16_t version, uint32_
 int al_data_erase(tqcam_ll_dev_t *dev, uint8_t type, uint32_t image_size, uint32_t packet_size);
 // 1, which becomes the result of a whole transfer, or -1.
 int al_data_read_ack(tqcam_ll_dev_t *dev, al_ack_t *ack);
-int al_get_data_payload(tqcam_ll_dev_t *dev, uint8_t *buffer, uint32_t size);
+bool al_get_data_payload(tqcam_ll_dev_t *dev, uint8_t *buffer, uint32_t size);

@@ -32,8 +32,12 @@ int tqcam_bin_data_read(tqcam_ll_dev_t *dev, uint16_t type, const char *path)
     uint8_t block[BLOCK_BYTES] = {};
     for (uint32_t remain = info.size; remain > 0 && written;) {
         const uint32_t bytes = remain > BLOCK_BYTES ? BLOCK_BYTES : remain;
-        al_get_data_payload(dev, block, bytes);
-        written = std::fwrite(block, 1, bytes, file) == bytes;
+        // A device that doesn't know this command still answers others; one that is gone ends the reading.
+        if (!al_get_data_payload(dev, block, bytes) &&
+            !al_get_data_info(dev, static_cast<uint8_t>(type), &info))
+            written = false;
+        else
+            written = std::fwrite(block, 1, bytes, file) == bytes;
         remain -= bytes;
     }
     return std::fclose(file) == 0 && written ? 1 : -1;

@@ -25,7 +25,7 @@ constexpr al_ack_t FAILS = {0, 0xEE}; // the command that asks for the ack fails
 struct FakeCamera {
     uint16_t version = 1;
     uint32_t held = 0xFFFFFFFF; // size that the info record tells
-    bool info_fails = false;
+    bool info_fails = false, payload_fails = false, gone_behind_payload = false;
     std::vector<al_ack_t> acks; // in order; beyond them the camera is gone
     size_t next_ack = 0;
     int tx_result = 1; // above 0: all bytes
@@ -70,7 +70,8 @@ bool fake_cmd(tqcam_ll_dev_t *, uint8_t write, uint8_t type, uint16_t value, voi
         EXPECT_EQ(len, 12u);
         cam.payloads.push_back(sent);
         std::memcpy(bytes, "from the cam", 12);
-        return true;
+        cam.info_fails = cam.gone_behind_payload;
+        return !cam.payload_fails;
     default:
         ADD_FAILURE() << "action " << value;
         return false;
@@ -269,6 +270,15 @@ TEST_F(DataWrite, ReadsByBlocks)
     }
     EXPECT_EQ(cam.payloads[0][4], 450 & 255);
     EXPECT_EQ(cam.payloads[1][4], 1);
+    // A camera that doesn't know the command gives a file all the same; one that is gone ends the reading.
+    cam.payload_fails = true;
+    EXPECT_EQ(tqcam_bin_data_read(&dev, 5, "out"), 1);
+    cam.payloads.clear();
+    cam.held = 100000000;
+    cam.gone_behind_payload = true;
+    EXPECT_EQ(tqcam_bin_data_read(&dev, 5, "out"), -1);
+    EXPECT_EQ(cam.payloads.size(), 1u);
+    cam.info_fails = false;
     EXPECT_EQ(tqcam_bin_data_read(&dev, 5, "no/such/folder"), -1);
     EXPECT_EQ(tqcam_data_upload(nullptr, 5, "out"), -1);
     EXPECT_EQ(tqcam_data_download(nullptr, "out", 5, 1, 0), -1);

@@ -31,6 +31,7 @@ struct FakeBus {
     std::vector<FakeDevice> devices;
     std::vector<FakeStep> script;
     bool busy_forever = false; // every status read beyond the script answers "busy"
+    bool silent = false;       // no transfer completes by itself
     int submit_error_bulk_out = 0;
 
     // Counters over the test.
@@ -41,6 +42,7 @@ struct FakeBus {
 extern FakeBus g_bus;
 void fake_reset();
 size_t fake_bulk_in_waiting();
+size_t fake_waiting(); // transfers of any kind
 // Completes the oldest waiting bulk IN transfer; false when none waits.
 bool fake_bulk_in(int status, const std::vector<uint8_t> &data);
 void fake_unplug(int status); // every waiting transfer ends so, and so does every later one

@@ -312,6 +312,49 @@ TEST_F(UsbLink, UnplugIsToldOnceAndEndsEverything)
     }
 }
 
+// A command, a command that is read, bulk data and a start of the ring are under way when the camera goes.
+TEST_F(UsbLink, UnplugDuringEveryKindOfTransfer)
+{
+    static const struct {
+        const char *what;
+        bool (*run)(tqcam_ll_dev_t *dev, Sink *sink);
+    } cases[] = {
+        {"write",
+         [](tqcam_ll_dev_t *d, Sink *) {
+             uint8_t data[4] = {};
+             return usb_ll_ops.exe_cmd(d, 1, 0xCC, 1, data, sizeof data, 1000);
+         }},
+        {"read",
+         [](tqcam_ll_dev_t *d, Sink *) {
+             tqcam_ll_param_t item = {3, 18, {}};
+             return usb_ll_ops.param_get(d, &item, 1);
+         }},
+        {"bulk",
+         [](tqcam_ll_dev_t *d, Sink *) {
+             const uint8_t data[4] = {};
+             return usb_ll_ops.tx_data(d, data, sizeof data) >= 0;
+         }},
+        {"start", [](tqcam_ll_dev_t *d, Sink *s) { return usb_ll_ops.cap_start(d, 0, Sink::take, s); }},
+        {"stop", [](tqcam_ll_dev_t *d, Sink *) { return usb_ll_ops.cap_stop(d); }},
+        {"reset", [](tqcam_ll_dev_t *d, Sink *) { return usb_ll_ops.dev_reset(d, 0); }},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        fake_reset();
+        g_bus.devices.push_back(FakeDevice());
+        g_bus.silent = true; // whatever is sent waits
+        dev = {};
+        open();
+        std::thread caller([&] { EXPECT_FALSE(c.run(&dev, &sink)); });
+        ASSERT_TRUE(eventually([] { return fake_waiting() > 0; }));
+        const auto start = clock_type::now();
+        fake_unplug(LIBUSB_TRANSFER_NO_DEVICE);
+        caller.join();
+        EXPECT_LT(ms_since(start), 500);
+        usb_ll_ops.dev_close(&dev);
+    }
+}
+
 TEST_F(UsbLink, FailedBulkSubmitReturns)
 {
     open();
