@@ -15,6 +15,8 @@ namespace tq_pcl {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
+constexpr int MAX_WIDTH = 1 << 24; // up to here a column is exact as f32
+
 template <class D> HWY_INLINE hn::Vec<D> Metres(D d, const float *dist)
 {
     return hn::LoadU(d, dist);
@@ -40,9 +42,10 @@ HWY_INLINE void Points(D d, const pcl_args_t &a, const row_t &row, const T *dist
 {
     using V = hn::Vec<D>;
     const hn::Rebind<int32_t, D> di;
-    const auto at = hn::Iota(di, c);
-    const auto k = hn::And(at, hn::Set(di, 3)); // within a group of four
-    const V c0 = hn::ConvertTo(d, hn::Sub(at, k));
+    const auto lane = hn::Add(hn::Iota(di, 0), hn::Set(di, c & 3));
+    const auto k = hn::And(lane, hn::Set(di, 3)); // within a group of four
+    const V first = hn::ConvertTo(d, hn::Sub(lane, k));
+    const V c0 = hn::Add(hn::Set(d, (float)(c & ~3)), first);
     const V col = hn::Add(hn::Sub(c0, hn::Set(d, row.cx)), hn::ConvertTo(d, k));
 
     V dd = Metres(d, dist + p);
@@ -96,11 +99,15 @@ template <class T> HWY_INLINE void CloudOfKind(const pcl_args_t &a, const T *dis
 
 void CloudF32(const pcl_args_t &a, const float *dist)
 {
+    if (a.w > MAX_WIDTH)
+        return pcl_f32_plain(a, dist);
     CloudOfKind(a, dist);
 }
 
 void CloudU16(const pcl_args_t &a, const uint16_t *dist)
 {
+    if (a.w > MAX_WIDTH)
+        return pcl_u16_plain(a, dist);
     CloudOfKind(a, dist);
 }
 
