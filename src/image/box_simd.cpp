@@ -12,10 +12,25 @@
 #include <hwy/highway.h>
 
 #include "image/window3_simd.h"
+#include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tq_box {
 namespace HWY_NAMESPACE {
+#if TQ_PLAIN_TARGET
+
+void Box3x3U16(uint16_t *dst, const uint16_t *src, int w, int h)
+{
+    box2d_u16_k3_plain(dst, src, w, h);
+}
+
+void Box3x3U32(uint32_t *dst, const uint32_t *src, int w, int h)
+{
+    box2d_u32_k3_plain(dst, src, w, h);
+}
+
+#else
+
 namespace hn = hwy::HWY_NAMESPACE;
 
 template <class Sample> struct box_t {
@@ -61,6 +76,8 @@ void Box3x3U32(uint32_t *dst, const uint32_t *src, int w, int h)
         return box2d_u32_k3_plain(dst, src, w, h);
     tq_window3::HWY_NAMESPACE::Window3<box_t<uint32_t>>(dst, src, w, h);
 }
+
+#endif
 
 } // namespace HWY_NAMESPACE
 } // namespace tq_box

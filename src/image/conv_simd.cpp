@@ -8,9 +8,50 @@
 
 #include <hwy/highway.h>
 
+#include "simd/target.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace tq_conv {
 namespace HWY_NAMESPACE {
+#if TQ_PLAIN_TARGET
+
+void U16ToU8(uint8_t *dst, const uint16_t *src, int n, int shift)
+{
+    conv_u16_u8_plain(dst, src, n, shift);
+}
+
+void U16ToF32(float *dst, const uint16_t *src, int n, float factor)
+{
+    conv_u16_f32_plain(dst, src, n, factor);
+}
+
+void U16ToU32(uint32_t *dst, const uint16_t *src, int n, uint16_t factor)
+{
+    conv_u16_u32_plain(dst, src, n, factor);
+}
+
+void F32ToU8(uint8_t *dst, const float *src, int n, float factor)
+{
+    conv_f32_u8_plain(dst, src, n, factor);
+}
+
+void F32ToU16(uint16_t *dst, const float *src, int n, float factor)
+{
+    conv_f32_u16_plain(dst, src, n, factor);
+}
+
+void F32ToU32(uint32_t *dst, const float *src, int n, float factor)
+{
+    conv_f32_u32_plain(dst, src, n, factor);
+}
+
+void U32ToF32(float *dst, const uint32_t *src, int n, float factor)
+{
+    conv_u32_f32_plain(dst, src, n, factor);
+}
+
+#else
+
 namespace hn = hwy::HWY_NAMESPACE;
 
 using DF = hn::ScalableTag<float>;
@@ -115,6 +156,8 @@ void U32ToF32(float *dst, const uint32_t *src, int n, float factor)
         hn::StoreU(hn::Mul(hn::ConvertTo(DF(), hn::LoadU(DU32(), src + i)), f), DF(), dst + i);
     conv_u32_f32_plain(dst + i, src + i, n - i, factor);
 }
+
+#endif
 
 } // namespace HWY_NAMESPACE
 } // namespace tq_conv

@@ -16,12 +16,14 @@
 
 #include <hwy/highway.h>
 
+#include "simd/target.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace tq_gauss_iir {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
-#if HWY_TARGET == HWY_SCALAR
+#if TQ_PLAIN_TARGET
 
 bool Filter(float *dst, const float *src, int w, int h, const gauss_iir_coef_t &c)
 {

@@ -12,10 +12,20 @@
 #include <hwy/highway.h>
 
 #include "image/window3_simd.h"
+#include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tq_gauss {
 namespace HWY_NAMESPACE {
+#if TQ_PLAIN_TARGET
+
+void Gauss3x3(uint16_t *dst, const uint16_t *src, int w, int h)
+{
+    gauss2d_u16_k3_plain(dst, src, w, h);
+}
+
+#else
+
 namespace hn = hwy::HWY_NAMESPACE;
 
 struct gauss_t {
@@ -52,6 +62,8 @@ void Gauss3x3(uint16_t *dst, const uint16_t *src, int w, int h)
         return gauss2d_u16_k3_plain(dst, src, w, h);
     tq_window3::HWY_NAMESPACE::Window3<gauss_t>(dst, src, w, h);
 }
+
+#endif
 
 } // namespace HWY_NAMESPACE
 } // namespace tq_gauss

@@ -10,9 +10,25 @@
 
 #include <hwy/highway.h>
 
+#include "simd/target.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace tq_lens {
 namespace HWY_NAMESPACE {
+#if TQ_PLAIN_TARGET
+
+void UndistortF32(float *dst, const float *src, const uint32_t *map, int n, float fill)
+{
+    undistort_f32_plain(dst, src, map, n, fill);
+}
+
+void UndistortU16(uint16_t *dst, const uint16_t *src, const uint32_t *map, int n, uint16_t fill)
+{
+    undistort_u16_plain(dst, src, map, n, fill);
+}
+
+#else
+
 namespace hn = hwy::HWY_NAMESPACE;
 
 // Loads in any case, which spares a branch that can't be foretold.
@@ -59,6 +75,8 @@ void UndistortU16(uint16_t *dst, const uint16_t *src, const uint32_t *map, int n
 {
     Undistort(dst, src, map, n, fill);
 }
+
+#endif
 
 } // namespace HWY_NAMESPACE
 } // namespace tq_lens

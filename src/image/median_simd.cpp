@@ -14,10 +14,25 @@
 #include <hwy/highway.h>
 
 #include "image/window3_simd.h"
+#include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
 namespace tq_median {
 namespace HWY_NAMESPACE {
+#if TQ_PLAIN_TARGET
+
+void Median3x3(uint16_t *dst, const uint16_t *src, int w, int h)
+{
+    median2d_u16_k3_plain(dst, src, w, h);
+}
+
+void Median5x5(uint16_t *dst, const uint16_t *src, int w, int h)
+{
+    median2d_u16_k5_plain(dst, src, w, h);
+}
+
+#else
+
 namespace hn = hwy::HWY_NAMESPACE;
 
 using D = hn::ScalableTag<uint16_t>;
@@ -117,7 +132,8 @@ HWY_INLINE V WindowMedian(D d, const uint16_t (*rank)[PART + 2 * PAD], int at)
     V name##4 = hn::LoadU(d, rank[i] + at + 2);
     ROW(a, 0)
     ROW(b, 1)
-    ROW(c, 2) ROW(d_, 3) ROW(e, 4)
+    ROW(c, 2)
+    ROW(d_, 3) ROW(e, 4)
 #undef ROW
         BOTH(b1, c0) BOTH(c1, d_0) BOTH(d_1, e0) BOTH(a1, b0) LOW(e0, e3) BOTH(e0, e1) LOW(d_4, e1)
             BOTH(d_1, d_3) BOTH(c1, c3) HIGH(a1, a3) BOTH(b1, b3) BOTH(a0, a3) BOTH(b0, b3) BOTH(c0, c3)
@@ -175,6 +191,8 @@ void Median5x5(uint16_t *dst, const uint16_t *src, int w, int h)
 #undef BOTH
 #undef LOW
 #undef HIGH
+
+#endif
 
 } // namespace HWY_NAMESPACE
 } // namespace tq_median

@@ -10,9 +10,25 @@
 
 #include <hwy/highway.h>
 
+#include "simd/target.h"
+
 HWY_BEFORE_NAMESPACE();
 namespace tq_pcl {
 namespace HWY_NAMESPACE {
+#if TQ_PLAIN_TARGET
+
+void CloudF32(const pcl_args_t &a, const float *dist)
+{
+    pcl_f32_plain(a, dist);
+}
+
+void CloudU16(const pcl_args_t &a, const uint16_t *dist)
+{
+    pcl_u16_plain(a, dist);
+}
+
+#else
+
 namespace hn = hwy::HWY_NAMESPACE;
 
 constexpr int MAX_WIDTH = 1 << 24; // up to here a column is exact as f32
@@ -110,6 +126,8 @@ void CloudU16(const pcl_args_t &a, const uint16_t *dist)
         return pcl_u16_plain(a, dist);
     CloudOfKind(a, dist);
 }
+
+#endif
 
 } // namespace HWY_NAMESPACE
 } // namespace tq_pcl

@@ -19,7 +19,9 @@
 #include <hwy/highway.h>
 
 #include "image/window.h"
+#include "simd/target.h"
 
+#if !TQ_PLAIN_TARGET
 HWY_BEFORE_NAMESPACE();
 namespace tq_window3 {
 namespace HWY_NAMESPACE {
@@ -89,5 +91,6 @@ template <class F> HWY_INLINE void Window3(typename F::T *dst, const typename F:
 } // namespace HWY_NAMESPACE
 } // namespace tq_window3
 HWY_AFTER_NAMESPACE();
+#endif
 
 #endif
