@@ -15,7 +15,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_box {
+namespace {
 namespace HWY_NAMESPACE {
 #if TQ_PLAIN_TARGET
 
@@ -80,22 +80,21 @@ void Box3x3U32(uint32_t *dst, const uint32_t *src, int w, int h)
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_box
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_box {
+
 HWY_EXPORT(Box3x3U16);
 HWY_EXPORT(Box3x3U32);
-} // namespace tq_box
 
 void box2d_u16_k3_simd(uint16_t *dst, const uint16_t *src, int w, int h)
 {
-    HWY_DYNAMIC_DISPATCH(tq_box::Box3x3U16)(dst, src, w, h);
+    HWY_DYNAMIC_DISPATCH(Box3x3U16)(dst, src, w, h);
 }
 
 void box2d_u32_k3_simd(uint32_t *dst, const uint32_t *src, int w, int h)
 {
-    HWY_DYNAMIC_DISPATCH(tq_box::Box3x3U32)(dst, src, w, h);
+    HWY_DYNAMIC_DISPATCH(Box3x3U32)(dst, src, w, h);
 }
 #endif

@@ -11,7 +11,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_conv {
+namespace {
 namespace HWY_NAMESPACE {
 #if TQ_PLAIN_TARGET
 
@@ -160,11 +160,11 @@ void U32ToF32(float *dst, const uint32_t *src, int n, float factor)
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_conv
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_conv {
+
 HWY_EXPORT(U16ToU8);
 HWY_EXPORT(U16ToF32);
 HWY_EXPORT(U16ToU32);
@@ -172,40 +172,39 @@ HWY_EXPORT(F32ToU8);
 HWY_EXPORT(F32ToU16);
 HWY_EXPORT(F32ToU32);
 HWY_EXPORT(U32ToF32);
-} // namespace tq_conv
 
 void conv_u16_u8_simd(uint8_t *dst, const uint16_t *src, int n, int shift)
 {
-    HWY_DYNAMIC_DISPATCH(tq_conv::U16ToU8)(dst, src, n, shift);
+    HWY_DYNAMIC_DISPATCH(U16ToU8)(dst, src, n, shift);
 }
 
 void conv_u16_f32_simd(float *dst, const uint16_t *src, int n, float factor)
 {
-    HWY_DYNAMIC_DISPATCH(tq_conv::U16ToF32)(dst, src, n, factor);
+    HWY_DYNAMIC_DISPATCH(U16ToF32)(dst, src, n, factor);
 }
 
 void conv_u16_u32_simd(uint32_t *dst, const uint16_t *src, int n, uint16_t factor)
 {
-    HWY_DYNAMIC_DISPATCH(tq_conv::U16ToU32)(dst, src, n, factor);
+    HWY_DYNAMIC_DISPATCH(U16ToU32)(dst, src, n, factor);
 }
 
 void conv_f32_u8_simd(uint8_t *dst, const float *src, int n, float factor)
 {
-    HWY_DYNAMIC_DISPATCH(tq_conv::F32ToU8)(dst, src, n, factor);
+    HWY_DYNAMIC_DISPATCH(F32ToU8)(dst, src, n, factor);
 }
 
 void conv_f32_u16_simd(uint16_t *dst, const float *src, int n, float factor)
 {
-    HWY_DYNAMIC_DISPATCH(tq_conv::F32ToU16)(dst, src, n, factor);
+    HWY_DYNAMIC_DISPATCH(F32ToU16)(dst, src, n, factor);
 }
 
 void conv_f32_u32_simd(uint32_t *dst, const float *src, int n, float factor)
 {
-    HWY_DYNAMIC_DISPATCH(tq_conv::F32ToU32)(dst, src, n, factor);
+    HWY_DYNAMIC_DISPATCH(F32ToU32)(dst, src, n, factor);
 }
 
 void conv_u32_f32_simd(float *dst, const uint32_t *src, int n, float factor)
 {
-    HWY_DYNAMIC_DISPATCH(tq_conv::U32ToF32)(dst, src, n, factor);
+    HWY_DYNAMIC_DISPATCH(U32ToF32)(dst, src, n, factor);
 }
 #endif

@@ -19,7 +19,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_gauss_iir {
+namespace {
 namespace HWY_NAMESPACE {
 namespace hn = hwy::HWY_NAMESPACE;
 
@@ -262,22 +262,21 @@ void ToU16(uint16_t *dst, const float *src, size_t n)
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_gauss_iir
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_gauss_iir {
+
 HWY_EXPORT(Filter);
 HWY_EXPORT(ToU16);
-} // namespace tq_gauss_iir
 
 bool gauss_iir_f32_simd(float *dst, const float *src, int w, int h, const gauss_iir_coef_t &c)
 {
-    return HWY_DYNAMIC_DISPATCH(tq_gauss_iir::Filter)(dst, src, w, h, c);
+    return HWY_DYNAMIC_DISPATCH(Filter)(dst, src, w, h, c);
 }
 
 void gauss_iir_to_u16_simd(uint16_t *dst, const float *src, size_t n)
 {
-    HWY_DYNAMIC_DISPATCH(tq_gauss_iir::ToU16)(dst, src, n);
+    HWY_DYNAMIC_DISPATCH(ToU16)(dst, src, n);
 }
 #endif

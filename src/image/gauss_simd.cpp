@@ -15,7 +15,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_gauss {
+namespace {
 namespace HWY_NAMESPACE {
 #if TQ_PLAIN_TARGET
 
@@ -66,16 +66,15 @@ void Gauss3x3(uint16_t *dst, const uint16_t *src, int w, int h)
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_gauss
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_gauss {
+
 HWY_EXPORT(Gauss3x3);
-} // namespace tq_gauss
 
 void gauss2d_u16_k3_simd(uint16_t *dst, const uint16_t *src, int w, int h)
 {
-    HWY_DYNAMIC_DISPATCH(tq_gauss::Gauss3x3)(dst, src, w, h);
+    HWY_DYNAMIC_DISPATCH(Gauss3x3)(dst, src, w, h);
 }
 #endif

@@ -13,7 +13,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_lens {
+namespace {
 namespace HWY_NAMESPACE {
 #if TQ_PLAIN_TARGET
 
@@ -79,22 +79,21 @@ void UndistortU16(uint16_t *dst, const uint16_t *src, const uint32_t *map, int n
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_lens
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_lens {
+
 HWY_EXPORT(UndistortF32);
 HWY_EXPORT(UndistortU16);
-} // namespace tq_lens
 
 void undistort_f32_simd(float *dst, const float *src, const uint32_t *map, int n, float fill)
 {
-    HWY_DYNAMIC_DISPATCH(tq_lens::UndistortF32)(dst, src, map, n, fill);
+    HWY_DYNAMIC_DISPATCH(UndistortF32)(dst, src, map, n, fill);
 }
 
 void undistort_u16_simd(uint16_t *dst, const uint16_t *src, const uint32_t *map, int n, uint16_t fill)
 {
-    HWY_DYNAMIC_DISPATCH(tq_lens::UndistortU16)(dst, src, map, n, fill);
+    HWY_DYNAMIC_DISPATCH(UndistortU16)(dst, src, map, n, fill);
 }
 #endif

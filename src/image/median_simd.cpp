@@ -17,7 +17,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_median {
+namespace {
 namespace HWY_NAMESPACE {
 #if TQ_PLAIN_TARGET
 
@@ -52,7 +52,7 @@ using V = hn::Vec<D>;
 // least greatest.
 struct median3_t {
     using T = uint16_t;
-    using D = tq_median::HWY_NAMESPACE::D;
+    using D = HWY_NAMESPACE::D;
     struct row_t {
         V low, mid, high;
     };
@@ -133,7 +133,8 @@ HWY_INLINE V WindowMedian(D d, const uint16_t (*rank)[PART + 2 * PAD], int at)
     ROW(a, 0)
     ROW(b, 1)
     ROW(c, 2)
-    ROW(d_, 3) ROW(e, 4)
+    ROW(d_, 3)
+    ROW(e, 4)
 #undef ROW
         BOTH(b1, c0) BOTH(c1, d_0) BOTH(d_1, e0) BOTH(a1, b0) LOW(e0, e3) BOTH(e0, e1) LOW(d_4, e1)
             BOTH(d_1, d_3) BOTH(c1, c3) HIGH(a1, a3) BOTH(b1, b3) BOTH(a0, a3) BOTH(b0, b3) BOTH(c0, c3)
@@ -195,22 +196,21 @@ void Median5x5(uint16_t *dst, const uint16_t *src, int w, int h)
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_median
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_median {
+
 HWY_EXPORT(Median3x3);
 HWY_EXPORT(Median5x5);
-} // namespace tq_median
 
 void median2d_u16_k3_simd(uint16_t *dst, const uint16_t *src, int w, int h)
 {
-    HWY_DYNAMIC_DISPATCH(tq_median::Median3x3)(dst, src, w, h);
+    HWY_DYNAMIC_DISPATCH(Median3x3)(dst, src, w, h);
 }
 
 void median2d_u16_k5_simd(uint16_t *dst, const uint16_t *src, int w, int h)
 {
-    HWY_DYNAMIC_DISPATCH(tq_median::Median5x5)(dst, src, w, h);
+    HWY_DYNAMIC_DISPATCH(Median5x5)(dst, src, w, h);
 }
 #endif

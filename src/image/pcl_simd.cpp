@@ -13,7 +13,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_pcl {
+namespace {
 namespace HWY_NAMESPACE {
 #if TQ_PLAIN_TARGET
 
@@ -130,22 +130,21 @@ void CloudU16(const pcl_args_t &a, const uint16_t *dist)
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_pcl
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_pcl {
+
 HWY_EXPORT(CloudF32);
 HWY_EXPORT(CloudU16);
-} // namespace tq_pcl
 
 void pcl_f32_simd(const pcl_args_t &a, const float *dist)
 {
-    HWY_DYNAMIC_DISPATCH(tq_pcl::CloudF32)(a, dist);
+    HWY_DYNAMIC_DISPATCH(CloudF32)(a, dist);
 }
 
 void pcl_u16_simd(const pcl_args_t &a, const uint16_t *dist)
 {
-    HWY_DYNAMIC_DISPATCH(tq_pcl::CloudU16)(a, dist);
+    HWY_DYNAMIC_DISPATCH(CloudU16)(a, dist);
 }
 #endif
