@@ -1,14 +1,14 @@
 #!/usr/bin/env bash
 # The slower gates: tests under the address, undefined-behaviour and thread sanitizers, every fuzz target for a
-# while, headers, exports, formatting.
+# while, headers, exports, formatting, and the virtual camera behind a real kernel's USB stack.
 #   FUZZ_SECONDS=60   time for each fuzz target
-#   scripts/check.sh [step ...]   only these: format headers exports asan tsan fuzz
+#   scripts/check.sh [step ...]   only these: format headers exports asan tsan fuzz usb
 set -euo pipefail
 cd "$(dirname "$0")/.."
 . scripts/deps.sh
 deps check
 
-steps=${*:-format headers exports asan tsan fuzz}
+steps=${*:-format headers exports asan tsan fuzz usb}
 for step in $steps; do
     echo "== $step"
     case $step in
@@ -23,6 +23,7 @@ for step in $steps; do
         ctest --preset "$step"
         ;;
     fuzz) scripts/fuzz.sh ;;
+    usb) scripts/usb-guest.sh ;;
     *)
         echo "no step $step" >&2
         exit 2

@@ -40,6 +40,8 @@ else
 fi
 [ -x "$kernel" ] || { echo "no kernel at $kernel" >&2; exit 1; }
 
+deps_build="usbip iproute2" deps build # what a user of the virtual camera has
+
 # ---- The programs, and recordings for the camera to play: the guest is too slow to make scenes ----
 [ -n "${BUILD:-}" ] || {
     deps build
@@ -58,14 +60,14 @@ filter='*'
 if [ "${1:-}" = -- ]; then
     shift
     printf -v command '%q ' "$@"
-    run="\$TQCAM_TOOLS/tqcam-sim usb --attach --loop 20 --play \$TQCAM_RECORDINGS/e1.oni & sleep 1; $command"
+    run="\$TQCAM_TOOLS/tqcam-sim usb --attach --loop 20 --play \$TQCAM_RECORDINGS/e1.oni & for i in {1..100}; do tqcam list | grep -q ^usb: && break; sleep 0.1; done; $command"
 else
     filter=${1:-*}
     run="$build/tests/usb_guest_checks --gtest_filter='$filter'"
 fi
 cat >"$work/init" <<EOF
 #!/bin/bash
-export PATH=/usr/sbin:/usr/bin:/sbin:/bin HOME=/tmp TQCAM_TOOLS=$build/tools TQCAM_RECORDINGS=/run/tqcam
+export PATH=$build/tools:/usr/sbin:/usr/bin:/sbin:/bin HOME=/tmp TQCAM_TOOLS=$build/tools TQCAM_RECORDINGS=/run/tqcam
 mount -t proc proc /proc
 mount -t sysfs sys /sys
 mount -t devtmpfs dev /dev

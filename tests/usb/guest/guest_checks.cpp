@@ -72,16 +72,17 @@ int devices_on_bus()
     return tqcam_dev_list(found, 4);
 }
 
-// A camera on the bus while this stands.
+// A camera on the bus while this stands. The program that plays it hands it to the kernel itself, unless the
+// stock tool shall do that.
 class Camera {
   public:
-    explicit Camera(const std::string &options, const std::string &recording = "e1")
+    explicit Camera(const std::string &options, const std::string &recording = "e1", bool stock_tool = false)
     {
         const std::string play =
             recording.empty() ? ""
                               : " --loop 100 --play " + env("TQCAM_RECORDINGS") + "/" + recording + ".oni";
         std::vector<std::string> words = {env("TQCAM_TOOLS") + "/tqcam-sim"};
-        std::istringstream in("usb --attach" + play + " " + options);
+        std::istringstream in((stock_tool ? "usb" : "usb --attach") + play + " " + options);
         for (std::string word; in >> word;)
             words.push_back(word);
         std::vector<char *> argv;
@@ -94,6 +95,9 @@ class Camera {
                 _exit(126);
             execv(argv[0], argv.data());
             _exit(127);
+        }
+        if (stock_tool) {
+            EXPECT_TRUE(eventually([] { return shell("usbip attach -r 127.0.0.1 -b 1-1").code == 0; }));
         }
         EXPECT_TRUE(eventually([] { return devices_on_bus() == 1; })) << "no camera on the bus";
     }
@@ -273,6 +277,16 @@ TEST_F(Guest, ToolsSeeAndSetUpTheCamera)
         shell("setpriv --reuid 65534 --regid 65534 --clear-groups " + env("TQCAM_TOOLS") + "/tqcam list");
     EXPECT_NE(other.text.find("may not open"), std::string::npos) << other.text;
     EXPECT_NE(other.text.find("60-tqcam.rules"), std::string::npos) << other.text;
+}
+
+TEST_F(Guest, StockToolAttachesAndDetaches)
+{
+    Camera camera("", "e1", true);
+    EXPECT_EQ(tqcam("play -n 10").code, 0);
+    EXPECT_EQ(shell("usbip detach -p 0").code, 0);
+    EXPECT_TRUE(eventually([] { return devices_on_bus() == 0; }));
+    EXPECT_EQ(shell("usbip attach -r 127.0.0.1 -b 1-1").code, 0) << "the server serves on";
+    EXPECT_TRUE(eventually([] { return tqcam("play -n 10").code == 0; }));
 }
 
 TEST_F(Guest, ThreeHundredFramesWithoutLoss)
