@@ -121,22 +121,21 @@ struct frame_rows_t {
 void add_kernels()
 {
     const auto rows = std::make_shared<frame_rows_t>();
-    bench_row("epc/phase_4dcs/plain", N, [rows] { rows->run(epc_dist_row_plain); });
+    bench_forms("epc/phase_4dcs", N, [rows] { rows->run(epc_dist_row); });
     bench_row("epc/phase_4dcs_global/plain", N, [rows] { rows->run(epc_global_row_plain); });
-    bench_row("epc/phase_4dcs_drnu/plain", N, [rows] { rows->run(epc_drnu_row_plain); });
+    bench_forms("epc/phase_4dcs_drnu", N, [rows] { rows->run(epc_drnu_row); });
     bench_copy("epc/phase_4dcs", N, (size_t)N * 14 / 2); // 8 bytes in, 6 out
     bench_row("epc/row_sort/plain", N, [rows, to = std::vector<uint16_t>(N)]() mutable {
         epc_row_sort_u16_plain(to.data(), rows->dist.data(), W, H);
     });
     bench_row("epc/hdr_merge/plain", N,
               [rows] { epc_hdr_merge_plain(rows->dist.data(), rows->amp.data(), W, H); });
-    bench_row("epc/min_amp_hyst/plain", N, [rows, state = std::vector<uint8_t>(N)]() mutable {
-        min_amp_hyst_plain(rows->dist.data(), state.data(), rows->amp.data(), N,
-                           {900, 4072324, 800, 4072424});
+    bench_forms("epc/min_amp_hyst", N, [rows, state = std::vector<uint8_t>(N)]() mutable {
+        min_amp_hyst(rows->dist.data(), state.data(), rows->amp.data(), N, {900, 4072324, 800, 4072424});
     });
-    bench_row("epc/zero_amp/plain", N, [rows] { zero_amp_plain(rows->dist.data(), rows->amp.data(), N); });
-    bench_row("epc/amp_to_gray/plain", N, [rows, to = std::vector<uint16_t>(N)]() mutable {
-        amp_to_gray_plain(to.data(), rows->amp.data(), N);
+    bench_forms("epc/zero_amp", N, [rows] { zero_amp(rows->dist.data(), rows->amp.data(), N); });
+    bench_forms("epc/amp_to_gray", N, [rows, to = std::vector<uint16_t>(N)]() mutable {
+        amp_to_gray(to.data(), rows->amp.data(), N);
     });
     bench_row("epc/gray_4dcs/plain", N, [to = std::vector<uint16_t>(N)]() mutable {
         const uint16_t *raw = camera_t::get().raw.data();

@@ -41,7 +41,8 @@ struct tqcam_drv_ops_t {
     bool (*lens_param_get)(tqcam_drv_t *drv, tqcam_lens_param_t *out, int w, int h, int reserved);
     // Optional. The lens record in use, the driver's own, or nullptr.
     const tq_lens_bin_t *(*lens_rec_get)(tqcam_drv_t *drv);
-    // Copies calibrated frequencies; *count is the capacity of freqs on entry, the entries copied on return.
+    // Optional. Copies calibrated frequencies; *count is the capacity of freqs on entry, the entries copied
+    // on return.
     int (*calib_freq_get)(tqcam_drv_t *drv, uint32_t *freqs, uint32_t *count);
 
     int (*use_case_list)(tqcam_drv_t *drv, tqcam_use_case_t *cases, uint8_t cap);
@@ -63,6 +64,7 @@ struct tqcam_drv_ops_t {
     int (*reserved_a)(tqcam_drv_t *drv, int zero0, int zero1);
     int (*reserved_b)(tqcam_drv_t *drv, int zero0, int zero1);
 
+    // Optional. False for a filter that the chip doesn't have and for a camera that refused.
     bool (*filter_enable)(tqcam_drv_t *drv, uint32_t filter_id, const tqcam_filter_arg_t *arg);
     bool (*filter_disable)(tqcam_drv_t *drv, uint32_t filter_id);
 };

@@ -3,6 +3,7 @@
 #include <random>
 #include <thread>
 
+#include "calib_file.h"
 #include "drivers/common/amp_kernels.h"
 #include "drivers/common/fast_sqrt.h"
 #include "drivers/common/phase.h"
@@ -488,6 +489,9 @@ TEST(EpcBooster, FourFramesOfOne)
 // Decodes, switches and events of one device on several threads at once.
 TEST_F(EpcDecode, ThreadsShareADevice)
 {
+    calib_block_t half;
+    half.w = half.h = 16;
+    calib_write(EpcCamera::CALIB_FILE, {half});
     std::vector<std::thread> threads;
     for (uint32_t t = 0; t < 2; t++)
         threads.emplace_back([&, t] {
@@ -507,8 +511,8 @@ TEST_F(EpcDecode, ThreadsShareADevice)
         tqcam_filter_arg_t denoise = {};
         denoise.denoise = {240, static_cast<uint8_t>(i)};
         cam.enable(TQCAM_FILTER_DENOISE, denoise);
-        cam.enable(TQCAM_FILTER_PIXEL_CALIB);
         cam.ops()->on_update_mod_freq(cam.drv(), i % 2 ? 12000000 : 24000000, 0, 0);
+        EXPECT_EQ(cam.enable(TQCAM_FILTER_PIXEL_CALIB), i % 2 == 1);
     }
     for (std::thread &t : threads)
         t.join();

@@ -75,14 +75,6 @@ TEST(EpcKernel, UncalibratedSamplesAndOffset)
     }
 }
 
-TEST(EpcKernel, ModesWithoutRange)
-{
-    epc_dist_t d = params(EPC_SAMPLES_4DCS, 0);
-    const Pixel got = run(epc_dist_row_plain, d, 2048, 2048, 2148, 2048);
-    EXPECT_EQ(got.dist, 0);
-    EXPECT_EQ(got.amp, 2500u);
-}
-
 // The gray reference takes part in validity and in I and Q, in calibrated calculations.
 TEST(EpcKernel, GrayReference)
 {
@@ -134,28 +126,6 @@ TEST(EpcKernel, GlobalWrapsBeforeItCutsAndDrnuAfter)
     EXPECT_EQ(drnu(2048, 2148, 1, 0), 6245 / 2 + 7);
     EXPECT_EQ(global(2048, 2148), 6245 / 2 + 7); // 3122.6 + 7
     EXPECT_EQ(drnu(2148, 2048, 1, -3), 7 - 1);   // -3 / 2 is -1
-}
-
-TEST(EpcKernel, GlobalOfOtherModesIsWholeMillimetres)
-{
-    epc_dist_t d = params(EPC_SAMPLES_DIFF);
-    d.slope_k = 1007;
-    d.global_off = 11;
-    d.after.periodic = {5, 0.002f, 0, 0};
-    const uint16_t expected = static_cast<uint16_t>(
-        static_cast<int32_t>(periodic_correct(6245 * 1007 / 1000 + 11, d.after.periodic)));
-    EXPECT_EQ(run(epc_global_row_plain, d, 2048, 2048, 2148, 2048).dist, expected);
-    EXPECT_EQ(run(epc_global_row_plain, d, 2048, 2048, 2148, 4095).dist, 65500);
-}
-
-TEST(EpcKernel, DrnuLevelModeTestsAllPlanes)
-{
-    epc_dist_t d = params(EPC_SAMPLES_LEVEL_ALL);
-    d.base = 24576;
-    const Pixel got = run(epc_drnu_row_plain, d, 2148, 2048, 2048 + 100, 2048);
-    EXPECT_EQ(got.amp, 0u);                                                    // p2 - p0 and p3 - p1
-    EXPECT_EQ(got.dist, phase_of(0, -100, 24576) * 12491 / 32768);             // 2048 - p1, 2048 - p2
-    EXPECT_EQ(run(epc_drnu_row_plain, d, 2148, 2048, 2148, 4095).dist, 65500); // also a plane that isn't used
 }
 
 // The table is the rule, and what lies outside takes the rule.

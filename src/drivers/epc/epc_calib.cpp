@@ -22,7 +22,7 @@ void epc_calc_unmount_clib(tqcam_drv_t *drv)
 {
     epc_priv_t *p = epc_priv(drv);
     calib_result_free(&p->calib);
-    p->calib_lens = nullptr;
+    p->calib_lens.store(nullptr, std::memory_order_release);
     if (p->calib_mounted) {
         p->calib_mounted = 0;
         LOG_DEBUG("[%s]Calib data unload [freq=%d, %d]\n", uint32_t{p->mod_freq}, 0);
@@ -55,7 +55,7 @@ static bool _load(tqcam_drv_t *drv)
     }
     if (p->mod_freq == 0)
         p->mod_freq = static_cast<uint32_t>(freq);
-    p->calib_lens = p->lens_pool.keep(c->lens);
+    p->calib_lens.store(p->lens_pool.keep(c->lens), std::memory_order_release);
     c->lens = nullptr;
 
     if (roi_is_unset(p->roi)) {

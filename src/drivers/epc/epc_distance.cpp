@@ -193,8 +193,8 @@ static int _calc_drnu(epc_priv_t *p, const epc_frame_t &f, epc_dist_t *d, const 
     }
     d->after_table = _after_table(p, d->after);
     const uint64_t pixels = f.mode.dcs == 4 ? _pixels(f) & ~uint64_t{3} : _pixels(f);
-    _run(f, *d, epc_drnu_row, 0, _gray_reference(p, f), p->calib.planes,
-         p->calib.planes + planes.stride, pixels);
+    _run(f, *d, epc_drnu_row, 0, _gray_reference(p, f), p->calib.planes, p->calib.planes + planes.stride,
+         pixels);
     return 1;
 }
 

@@ -11,7 +11,9 @@ const tq_lens_bin_t *epc_lens_rec_get(tqcam_drv_t *drv)
     const epc_priv_t *p = epc_priv(drv);
     if (!p)
         return nullptr;
-    return p->lens_from_file && p->lens_bin ? p->lens_bin : p->calib_lens;
+    if (p->lens_from_file && p->lens_bin)
+        return p->lens_bin;
+    return p->calib_lens.load(std::memory_order_acquire);
 }
 
 bool epc_lens_param_get(tqcam_drv_t *drv, tqcam_lens_param_t *out, int w, int h, int)

@@ -7,6 +7,8 @@
 // a frame may meet the old value.
 #pragma once
 
+#include <atomic>
+
 #include "api/device.h"
 #include "calib/calib_result.h"
 #include "drivers/common/bilateral.h"
@@ -126,8 +128,8 @@ struct epc_priv_t {
 
     bool lens_from_file = false;
     tq_lens_bin_t *lens_bin = nullptr;
-    lens_pool_t lens_pool;                       // grows under calib_lock
-    relaxed_t<const tq_lens_bin_t *> calib_lens; // in the pool, or nullptr
+    lens_pool_t lens_pool;                                  // grows under calib_lock
+    std::atomic<const tq_lens_bin_t *> calib_lens{nullptr}; // in the pool; read without the lock
 };
 
 // The row's record; nullptr once it was released.
