@@ -10,7 +10,6 @@
 #include "calib_render.h"
 #include "replay/oni_writer.h"
 #include "replay_recorder.h"
-#include "support/log_capture.h"
 #include "support/temp_dir.h"
 #include "tq_log.h"
 #include "tqcam.h"
@@ -30,33 +29,18 @@ struct shot_t {
     uint32_t w, h;
 };
 
-// Cuts and averages one image in raw order.
-template <typename T> std::vector<T> reduce(const std::vector<T> &in, size_t w, const cut_t &c)
+// Cuts and averages images in raw order.
+template <typename T> std::vector<T> reduce(const std::vector<T> &in, size_t w, size_t h, const cut_t &c)
 {
     std::vector<T> out;
-    for (size_t r = 0; r < c.rows; r += c.bin_rows)
-        for (size_t col = c.scol; col < size_t{c.scol} + c.cols; col += c.bin_cols) {
-            double sum = 0;
-            for (size_t i = 0; i < size_t{c.bin_rows} * c.bin_cols; i++)
-                sum += in[(r + i / c.bin_cols) * w + col + i % c.bin_cols];
-            out.push_back(static_cast<T>(sum / (c.bin_rows * c.bin_cols)));
-        }
-    return out;
-}
-
-shot_t cut_shot(const shot_t &s, const cut_t &c)
-{
-    shot_t out{{},
-               reduce(s.truth, s.w, c),
-               static_cast<uint32_t>(c.cols / c.bin_cols),
-               static_cast<uint32_t>(c.rows / c.bin_rows)};
-    const size_t n = size_t{s.w} * s.h;
-    for (size_t plane = 0; plane < s.raw.size() / n; plane++) {
-        const auto at = s.raw.begin() + static_cast<long>(plane * n);
-        const std::vector<uint16_t> part =
-            reduce(std::vector<uint16_t>(at, at + static_cast<long>(n)), s.w, c);
-        out.raw.insert(out.raw.end(), part.begin(), part.end());
-    }
+    for (size_t image = 0; image < in.size(); image += w * h)
+        for (size_t r = 0; r < c.rows; r += c.bin_rows)
+            for (size_t col = c.scol; col < size_t{c.scol} + c.cols; col += c.bin_cols) {
+                double sum = 0;
+                for (size_t i = 0; i < size_t{c.bin_rows} * c.bin_cols; i++)
+                    sum += in[image + (r + i / c.bin_cols) * w + col + i % c.bin_cols];
+                out.push_back(static_cast<T>(sum / (c.bin_rows * c.bin_cols)));
+            }
     return out;
 }
 
@@ -99,18 +83,7 @@ struct case_t {
     }
 };
 
-class Accuracy : public ::testing::TestWithParam<case_t> {
-  protected:
-    Accuracy()
-    {
-        tqcam_init(nullptr);
-        tqcam_log_cfg(TQ_LOG_SILENT, TQ_LOG_SILENT, TQ_LOG_SILENT);
-        tqcam_path_set("./");
-    }
-    ~Accuracy() override { tqcam_uninit(); }
-
-    TempDir dir;
-};
+class Accuracy : public ::testing::TestWithParam<case_t> {};
 
 // Records one frame with its calibration. Returns what is in it.
 shot_t record(const case_t &c, const sim_camera_row_t *row)
@@ -148,13 +121,12 @@ shot_t record(const case_t &c, const sim_camera_row_t *row)
     std::string error;
     EXPECT_TRUE(sim_recorder_open(&rec, "scene.oni", nullptr, cfg, "calib.bin", calib, &error)) << error;
     if (c.cut.rows) {
-        shot = cut_shot(shot, c.cut);
-        const calib_roi_t roi{0,
-                              static_cast<uint16_t>(c.cut.rows - 1),
-                              c.cut.scol,
-                              static_cast<uint16_t>(c.cut.scol + c.cut.cols - 1),
-                              c.cut.binning,
-                              {}};
+        shot = {reduce(shot.raw, shot.w, shot.h, c.cut), reduce(shot.truth, shot.w, shot.h, c.cut),
+                static_cast<uint32_t>(c.cut.cols / c.cut.bin_cols),
+                static_cast<uint32_t>(c.cut.rows / c.cut.bin_rows)};
+        const auto erow = static_cast<uint16_t>(c.cut.rows - 1);
+        const auto ecol = static_cast<uint16_t>(c.cut.scol + c.cut.cols - 1);
+        const calib_roi_t roi{0, erow, c.cut.scol, ecol, c.cut.binning, {}};
         oni_ostream_set_property(rec.raw, ONI_PROP_GENERAL, "TQ_FRAME_ROI_INFO", &roi, sizeof roi);
     }
     frame.width = shot.w;
@@ -171,6 +143,10 @@ shot_t record(const case_t &c, const sim_camera_row_t *row)
 
 TEST_P(Accuracy, CalibratedDistancesAreTrue)
 {
+    TempDir dir;
+    tqcam_init(nullptr);
+    tqcam_log_cfg(TQ_LOG_SILENT, TQ_LOG_SILENT, TQ_LOG_SILENT);
+    tqcam_path_set("./");
     const case_t &c = GetParam();
     const sim_camera_row_t *row = sim_camera_find(c.camera);
     const double range = sim_range_mm(c.freq);
@@ -200,6 +176,7 @@ TEST_P(Accuracy, CalibratedDistancesAreTrue)
     EXPECT_EQ(after.lost, 0u);
     tqcam_cap_stop(dev);
     tqcam_dev_close(dev);
+    tqcam_uninit();
 }
 
 static constexpr cut_t WHOLE{}, MIDDLE{120, 40, 240, 0, 1, 1}, BINNED{240, 0, 320, 1, 2, 2},
@@ -208,7 +185,5 @@ INSTANTIATE_TEST_SUITE_P(Cameras, Accuracy,
                          ::testing::Values(case_t{"E1", 12000000, WHOLE, 1}, case_t{"E1", 24000000, WHOLE, 2},
                                            case_t{"E3", 12000000, WHOLE, 3}, case_t{"E5", 12000000, WHOLE, 4},
                                            case_t{"E1", 12000000, MIDDLE, 4},
-                                           case_t{"E1", 24000000, MIDDLE, 5},
-                                           case_t{"E1", 12000000, BINNED, 6},
                                            case_t{"E1", 24000000, BINNED, 7},
                                            case_t{"E1", 12000000, MIDDLE_BINNED, 8}));

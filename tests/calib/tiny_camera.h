@@ -52,11 +52,26 @@ struct tiny_camera_t {
     }
 
     // Walls from first_mm on, step_mm apart.
-    std::vector<sim_calib_ref_t> walls(int n, double first_mm = 500, double step_mm = 700) const
+    std::vector<sim_calib_ref_t> walls(int n, double first_mm = 500, double step_mm = 700,
+                                       uint32_t turn = 32768) const
     {
         std::vector<sim_calib_ref_t> out;
         for (int i = 0; i < n; i++)
-            out.push_back(ref(first_mm + step_mm * i));
+            out.push_back(ref(first_mm + step_mm * i, 0, turn));
+        return out;
+    }
+
+    // n delay steps at each distance; the phases of the first distance are more by shift.
+    std::vector<sim_calib_ref_t> steps(int n, const std::vector<double> &distances, uint32_t turn = 32768,
+                                       uint32_t shift = 0) const
+    {
+        std::vector<sim_calib_ref_t> out;
+        for (double mm : distances)
+            for (int i = 0; i < n; i++) {
+                out.push_back(ref(mm, static_cast<uint8_t>(i), turn));
+                for (auto &v : out.back().phase)
+                    v = static_cast<uint16_t>(v + (mm == distances[0] ? shift : 0));
+            }
         return out;
     }
 };
@@ -75,4 +90,14 @@ inline int32_t load(const sim_calib_file_t &file, uint32_t freq, calib_result_t 
     sim_calib_save("calib.bin", sim_calib_file_bytes(file));
     calib_result_reset(res);
     return calib_load("calib.bin", freq, res, nullptr, &none);
+}
+
+// Saves and loads a file of one block of images.
+inline int32_t load_images(const calib_blk_info_t &info, const std::vector<sim_calib_ref_t> &refs,
+                           calib_result_t *res, int ver = 150, int blk_ver = 142,
+                           const sim_calib_pinhole_t &lens = {})
+{
+    sim_calib_file_t file = sim_calib_file(static_cast<uint8_t>(ver), static_cast<uint8_t>(blk_ver));
+    sim_calib_add_images(file, info, refs, lens);
+    return load(file, 0, res);
 }
