@@ -12,25 +12,23 @@
 
 namespace {
 
-// A frame with its own bytes.
+// A frame with its own bytes, without the truth, which no camera tells.
 typedef struct held_frame_t {
     sim_frame_t frame;
     std::vector<uint8_t> data;
-    std::vector<float> truth;
 } held_frame_t;
 
 void _hold(held_frame_t *held, const sim_frame_t &frame)
 {
     held->frame = frame;
     held->data.assign(frame.data.begin(), frame.data.end());
-    held->truth.assign(frame.truth_mm.begin(), frame.truth_mm.end());
 }
 
 void _show(const held_frame_t &held, sim_frame_t *out)
 {
     *out = held.frame;
     out->data = held.data;
-    out->truth_mm = held.truth;
+    out->truth_mm = {};
 }
 
 template <typename T> void _delete(void *self)
@@ -138,6 +136,12 @@ bool _next_looped(void *self, sim_frame_t *out)
     _show(loop->frames[loop->at], out);
     out->index = loop->index++;
     return true;
+}
+
+bool _ready_looped(void *self)
+{
+    const loop_t *loop = static_cast<loop_t *>(self);
+    return loop->frames.size() == loop->n || loop->source->ready(loop->source->self);
 }
 
 bool _configure_looped(void *self, const sim_config_t &cfg)
@@ -280,8 +284,8 @@ sim_source_ptr_t sim_source_loop(sim_source_ptr_t source, const sim_config_t &cf
     sim_frame_t frame;
     for (uint32_t i = 0; i < n && _next_looped(loop, &frame); i++)
         ;
-    return sim_source_ptr_t(new sim_frame_source_t{loop, _next_looped, [](void *) { return true; },
-                                                   _configure_looped, _delete<loop_t>});
+    return sim_source_ptr_t(
+        new sim_frame_source_t{loop, _next_looped, _ready_looped, _configure_looped, _delete<loop_t>});
 }
 
 sim_source_ptr_t sim_source_ahead(sim_source_ptr_t source, uint32_t depth)

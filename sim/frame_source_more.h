@@ -1,5 +1,5 @@
 // Frame sources besides the live scene: a recording, a few frames over and over, and any source a few frames
-// ahead on a thread of its own.
+// ahead on a thread of its own. None of them knows the truth.
 #pragma once
 
 #include "frame_source.h"

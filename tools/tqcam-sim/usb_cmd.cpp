@@ -111,9 +111,9 @@ void usb_run(const UsbOptions &options)
         if (calib.empty())
             calib = recording.calib;
     }
+    source = sim_source_ahead(std::move(source), 3);
     if (options.loop != 0)
         source = sim_source_loop(std::move(source), sim, options.loop);
-    source = sim_source_ahead(std::move(source), 3);
 
     vcam_cfg_t cfg = vcam_config_default(sim);
     cfg.packet_bytes = options.packet;
