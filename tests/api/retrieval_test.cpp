@@ -160,7 +160,8 @@ TEST_F(Retrieval, WakesWhenCaptureStops)
         tqcam_cap_stop(&cam.dev);
     });
     cam.priv()->cap_mode = 1; // hours
-    EXPECT_EQ(get(1, buf, sizeof(buf)), TQCAM_ERR_CAP_WRONG_STATE);
+    const int got = get(1, buf, sizeof(buf)); // it may wake before the state has changed, with no frame got
+    EXPECT_TRUE(got == 0 || got == TQCAM_ERR_CAP_WRONG_STATE) << got;
     stopper.join();
 }
 
