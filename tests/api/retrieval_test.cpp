@@ -159,7 +159,7 @@ TEST_F(Retrieval, WakesWhenCaptureStops)
         std::this_thread::sleep_for(std::chrono::milliseconds(100));
         tqcam_cap_stop(&cam.dev);
     });
-    cam.priv()->cap_mode = 1; // hours
+    cam.priv()->cap_mode = 1;                 // hours
     const int got = get(1, buf, sizeof(buf)); // it may wake before the state has changed, with no frame got
     EXPECT_TRUE(got == 0 || got == TQCAM_ERR_CAP_WRONG_STATE) << got;
     stopper.join();
