@@ -121,25 +121,6 @@ TEST(ChamferFill, TakesTheFirstNearestNeighbour)
     }
 }
 
-TEST(ChamferFill, SmallCases)
-{
-    struct {
-        const char *what;
-        int w, h;
-        image_t src, want;
-    } const cases[] = {
-        {"holes only stay holes", 3, 2, {0, 0, 0, 0, 0, 0}, {0, 0, 0, 0, 0, 0}},
-        {"right and down as far as it goes", 5, 2, {7, 0, 0, 0, 0, 7, 0, 0, 0, 0}, image_t(10, 7)},
-        {"left one step a row", 5, 2, {0, 0, 0, 0, 7, 0, 0, 0, 0, 7}, {0, 0, 0, 7, 7, 0, 0, 7, 7, 7}},
-        {"up one step", 2, 3, {0, 0, 0, 0, 7, 7}, {0, 0, 7, 7, 7, 7}},
-    };
-    for (const auto &c : cases) {
-        image_t got(c.src.size());
-        tq_fhole_u16_edt3(got.data(), c.src.data(), c.w, c.h);
-        EXPECT_EQ(got, c.want) << c.what;
-    }
-}
-
 TEST(DepthFilters, RefuseSmallSizes)
 {
     LogCapture log;

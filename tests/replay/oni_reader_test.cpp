@@ -90,13 +90,15 @@ TEST(OniReader, SeeksToTheSameFrameWithEveryCodec)
     const struct {
         int offset, origin, result, unclosed;
         uint32_t next_id; // 0 is the end of the file
-    } cases[] = {{0, 0, 0, 0, 1},    {1, 0, 1, 2, 2},
-                 {3, 0, 3, 6, 4},    {5, 0, 5, 10, 0},
-                 {99, 0, 5, 104, 0}, {-1, 0, 0, 0, 1},
-                 {1, 1, 3, 6, 4},    {-1, 1, 1, 2, 2},
-                 {7, 9, 2, 4, 3},    {INT32_MAX, 1, 5, INT32_MAX, 0},
-                 {0, 2, 5, -2, 0},   {-2, 2, 3, -2, 4},
-                 {-9, 2, 0, -2, 1},  {INT32_MIN, 2, 0, -2, 1}};
+    } cases[] = {{0, 0, 0, 0, 1},
+                 {3, 0, 3, 6, 4},
+                 {99, 0, 5, 104, 0},
+                 {-1, 0, 0, 0, 1},
+                 {-1, 1, 1, 2, 2},
+                 {7, 9, 2, 4, 3},
+                 {INT32_MAX, 1, 5, INT32_MAX, 0},
+                 {-2, 2, 3, -2, 4},
+                 {INT32_MIN, 2, 0, -2, 1}};
     for (const uint32_t codec : {ONI_CODEC_NONE, ONI_CODEC_16ZT}) {
         for (const bool closed : {true, false}) {
             TempDir dir;

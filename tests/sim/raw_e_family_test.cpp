@@ -219,25 +219,29 @@ TEST(RawE, FramesFollowFromTheSeed)
     EXPECT_NE(hash(7, 3), hash(8, 3));
 }
 
-TEST(RawE, RefusesWhatCannotBe)
+TEST(RawFrames, RefuseWhatCannotBe)
 {
     const struct {
+        const char *camera;
         void (*change)(sim_config_t *);
         const char *word;
     } cases[] = {
-        {[](sim_config_t *c) { c->format = 17; }, "format 17"},
-        {[](sim_config_t *c) { c->freq0 = 0; }, "frequency"},
-        {[](sim_config_t *c) { c->freq1 = 40000000; }, "one modulation frequency"},
-        {[](sim_config_t *c) { c->fps = 0; }, "frame rate"},
-        {[](sim_config_t *c) { c->intg_us = 0; }, "integration"},
-        {[](sim_config_t *c) { c->format = 4, c->intg2_us = 100; }, "second integration"},
-        {[](sim_config_t *c) { c->scene.distance_mm = NAN; }, "distance"},
+        {"E1", [](sim_config_t *) {}, ""},
+        {"E1", [](sim_config_t *c) { c->format = 17; }, "format 17"},
+        {"E1", [](sim_config_t *c) { c->freq0 = 0; }, "frequency"},
+        {"E1", [](sim_config_t *c) { c->freq1 = 40000000; }, "one modulation frequency"},
+        {"E1", [](sim_config_t *c) { c->fps = 0; }, "frame rate"},
+        {"E1", [](sim_config_t *c) { c->intg_us = 0; }, "integration"},
+        {"E1", [](sim_config_t *c) { c->format = 4, c->intg2_us = 100; }, "second integration"},
+        {"E1", [](sim_config_t *c) { c->scene.distance_mm = NAN; }, "distance"},
+        {"S570C4", [](sim_config_t *c) { c->format = 144; }, "format 144"},
+        {"S570C4", [](sim_config_t *c) { c->format = 17, c->freq1 = 0; }, "needs two"},
+        {"S570C4", [](sim_config_t *c) { c->meta_size = 1u << 30; }, "metadata"},
     };
     for (const auto &c : cases) {
-        sim_config_t cfg = sim_config_default(sim_camera_find("E1"));
-        EXPECT_EQ(sim_config_check(cfg), "");
+        sim_config_t cfg = sim_config_default(sim_camera_find(c.camera));
         c.change(&cfg);
-        EXPECT_NE(sim_config_check(cfg).find(c.word), std::string::npos) << sim_config_check(cfg);
+        const std::string error = sim_config_check(cfg);
+        EXPECT_TRUE(*c.word ? error.find(c.word) != std::string::npos : error.empty()) << c.word << error;
     }
 }
-

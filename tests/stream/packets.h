@@ -9,10 +9,9 @@
 
 using bytes_t = std::vector<uint8_t>;
 
-inline void append(bytes_t *out, const void *data, size_t len)
+inline void append(bytes_t *out, const bytes_t &more)
 {
-    const uint8_t *from = static_cast<const uint8_t *>(data);
-    out->insert(out->end(), from, from + len);
+    out->insert(out->end(), more.begin(), more.end());
 }
 
 // A frame's bytes, told by its seed. They hold whole headers, which must not be taken for any.
@@ -63,9 +62,9 @@ inline tq_stream_hdr_t packet_hdr(const packet_t &p)
 inline bytes_t packet_bytes(const packet_t &p)
 {
     const tq_stream_hdr_t hdr = packet_hdr(p);
-    bytes_t out;
-    append(&out, &hdr, sizeof hdr);
-    append(&out, p.payload.data(), p.payload.size());
+    bytes_t out(sizeof hdr);
+    std::memcpy(out.data(), &hdr, sizeof hdr);
+    append(&out, p.payload);
     return out;
 }
 

@@ -59,7 +59,7 @@ bytes_t random_stream(std::mt19937 &random, std::vector<got_frame_t> *frames)
         for (uint32_t f = 0; f < count; f++) {
             const bytes_t one = frame_bytes(len, random());
             frames->push_back({static_cast<uint16_t>(fidx + f), flags1 ? 6u : 0u, one});
-            append(&all, one.data(), one.size());
+            append(&all, one);
         }
         // Frames of several packets keep their index; so do frames that begin behind the end of another.
         const uint32_t cut = count == 1 ? 1 + pick(len) : len * (count - 1) + 1 + pick(len);
@@ -67,8 +67,7 @@ bytes_t random_stream(std::mt19937 &random, std::vector<got_frame_t> *frames)
             const uint32_t end = std::min<uint32_t>(at + cut, static_cast<uint32_t>(all.size()));
             const packet_t p = {sidx++,  fidx,   len, bytes_t(all.begin() + at, all.begin() + end),
                                 at == 0, flags1, 6};
-            const bytes_t b = packet_bytes(p);
-            append(&out, b.data(), b.size());
+            append(&out, packet_bytes(p));
         }
         fidx = static_cast<uint16_t>(fidx + count);
         if (pick(4) == 0)
@@ -124,9 +123,7 @@ TEST_F(Stream, WhatIsNoHeaderIsDropped)
         hdr.frame.frame_len = frame_len;
         hdr.hdr_hash = tq_stream_hash16(&hdr, 34, 0);
         log.clear();
-        bytes_t b;
-        append(&b, &hdr, sizeof hdr);
-        feed(b);
+        tq_stream_feed_input(s.get(), reinterpret_cast<const uint8_t *>(&hdr), sizeof hdr);
         EXPECT_EQ(log.has("[_sync_stream_hdr]HDR found: idx/len=2/10485759 (frlen=134217727,idx=9,"), good);
     }
 }
@@ -174,10 +171,8 @@ TEST_F(Stream, Losses)
         tq_stream_reset(s.get());
         log.clear();
         bytes_t all;
-        for (const packet_t &p : c.packets) {
-            const bytes_t b = packet_bytes(p);
-            append(&all, b.data(), b.size());
-        }
+        for (const packet_t &p : c.packets)
+            append(&all, packet_bytes(p));
         feed(all);
         EXPECT_TRUE(log.has(c.line)) << c.line;
         EXPECT_EQ(fetched(), c.frames) << c.line;
@@ -247,7 +242,8 @@ TEST_F(Stream, FetchPeeksCutsAndThrowsAway)
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), room, 50, 3, &hdr, false), 3u); // one and a quarter fit
     EXPECT_EQ(hdr.frame_idx, 1);
     bytes_t expected = frame_bytes(40, 1);
-    append(&expected, frame_bytes(40, 2).data(), 10);
+    append(&expected, frame_bytes(40, 2));
+    expected.resize(50);
     expected.resize(100, 0xEE);
     EXPECT_EQ(bytes_t(room, room + 100), expected);
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), nullptr, 0, 1, nullptr, false), 1u);
