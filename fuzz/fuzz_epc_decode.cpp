@@ -6,61 +6,16 @@
 #include <memory>
 #include <vector>
 
-#include "drivers/epc/epc_priv.h"
-#include "link/link_ops.h"
+#include "../tests/epc/epc_camera.h"
 #include "tq_log.h"
-#include "tq_stream.h"
 
 namespace {
-const char *g_product;
-
-// Answers the product string and nothing else; takes everything.
-const tqcam_ll_ops_t LINK = {
-    .init = nullptr,
-    .uninit = nullptr,
-    .set_debug = nullptr,
-    .dev_open = [](tqcam_ll_dev_t *ll) { return ll; },
-    .dev_open_by_fd = nullptr,
-    .dev_close = [](tqcam_ll_dev_t *) {},
-    .dev_list = nullptr,
-    .exe_cmd = nullptr,
-    .tx_data = nullptr,
-    .cap_abort = [](tqcam_ll_dev_t *) {},
-    .cap_wait = nullptr,
-    .cap_start = nullptr,
-    .cap_stop = [](tqcam_ll_dev_t *) { return true; },
-    .cap_seek = nullptr,
-    .dev_reset = nullptr,
-    .reg_write = [](tqcam_ll_dev_t *, uint8_t, uint32_t, const uint32_t *, uint16_t) { return true; },
-    .reg_read = [](tqcam_ll_dev_t *, uint8_t, uint32_t, uint32_t *, uint16_t) { return true; },
-    .param_set = [](tqcam_ll_dev_t *, const tqcam_ll_param_t *, int) { return true; },
-    .param_get =
-        [](tqcam_ll_dev_t *, tqcam_ll_param_t *items, int count) {
-            for (int i = 0; i < count; i++) {
-                items[i].len = 0;
-                memset(items[i].value, 0, sizeof(items[i].value));
-                if (items[i].id == TQCAM_PARAM_PRODUCT) {
-                    items[i].len = static_cast<uint8_t>(strlen(g_product));
-                    memcpy(items[i].value, g_product, items[i].len);
-                }
-            }
-            return true;
-        },
-};
-
-tqcam_dev_t *open_camera(const char *product)
+EpcCamera *open_camera(const char *chip)
 {
-    static tqcam_dev_t cameras[3];
-    static int next;
-    tqcam_dev_t *dev = &cameras[next++];
-    g_product = product;
-    dev->priv = new tqcam_dev_priv_t();
-    dev->priv->ll.ops = &LINK;
-    dev->priv->ll.address.if_type = TQCAM_IF_USB;
-    dev->priv->ll.address.usb.speed = 3;
-    if (!tqcam_dev_open(dev))
+    auto *camera = new EpcCamera(chip);
+    if (!camera->open())
         abort();
-    return dev;
+    return camera;
 }
 
 struct input_t {
@@ -113,12 +68,15 @@ void mount(epc_priv_t *p, input_t *in)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    static tqcam_dev_t *const cameras[] = {(tq_log_cfg(nullptr, 0, 7, 0), open_camera("XX-E1-YY")),
-                                           open_camera("XX-E3-YY"), open_camera("XX-E5-YY")};
+    static EpcCamera *const cameras[] = {(tq_log_cfg(nullptr, 0, 7, 0), open_camera("E1")), open_camera("E3"),
+                                         open_camera("E5")};
     input_t in = {data, size};
-    tqcam_drv_t *drv = cameras[in.take<uint8_t>() % 3]->priv->drv;
-    const tqcam_drv_ops_t *ops = drv->ops;
-    epc_priv_t *p = epc_priv(drv);
+    EpcCamera *camera = cameras[in.take<uint8_t>() % 3];
+    camera->take_sent();
+    camera->reg_writes.clear();
+    tqcam_drv_t *drv = camera->drv();
+    const tqcam_drv_ops_t *ops = camera->ops();
+    epc_priv_t *p = camera->epc();
 
     p->user_offset = 0;
     p->hdr_en = p->sport_en = p->sport_mode = 0;

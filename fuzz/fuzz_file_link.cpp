@@ -1,14 +1,11 @@
 // Opens the input as a camera's recording and plays a little of it.
 #include <atomic>
 #include <chrono>
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <sys/mman.h>
 #include <thread>
 #include <unistd.h>
 
 #include "link/link_ops.h"
+#include "memory_file.h"
 #include "tq_stream.h"
 
 // Where a recording's calibration goes.
@@ -32,13 +29,10 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
     static const bool moved = (move_away(), true);
     (void)moved;
-    const int fd = memfd_create("fuzz", MFD_CLOEXEC);
-    if (fd < 0 || write(fd, data, size) != static_cast<ssize_t>(size))
-        abort();
-    std::string path = "/proc/self/fd/" + std::to_string(fd);
+    memory_file file(data, size);
     tqcam_ll_dev_t dev = {};
     dev.address.if_type = TQCAM_IF_FILE;
-    dev.address.file.path = path.data();
+    dev.address.file.path = file.name();
     if (file_ll_ops.dev_open(&dev)) {
         tqcam_ll_param_t all[32] = {};
         for (uint8_t i = 0; i < 32; i++)
@@ -54,6 +48,5 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
         dev.ops->cap_stop(&dev);
         file_ll_ops.dev_close(&dev);
     }
-    close(fd);
     return 0;
 }

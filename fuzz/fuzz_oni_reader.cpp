@@ -1,10 +1,5 @@
 // Opens the input as a recording, reads frames of every stream and seeks about.
-#include <cstdint>
-#include <cstdlib>
-#include <string>
-#include <sys/mman.h>
-#include <unistd.h>
-
+#include "memory_file.h"
 #include "replay/oni_reader.h"
 
 static uint8_t sink_sum;
@@ -35,11 +30,8 @@ static bool read_frames(oni_istream_t *s, int limit)
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
 {
-    const int fd = memfd_create("fuzz", MFD_CLOEXEC);
-    if (fd < 0 || write(fd, data, size) != static_cast<ssize_t>(size))
-        abort();
-    oni_reader_t *r = oni_reader_open(("/proc/self/fd/" + std::to_string(fd)).c_str(), on_property, nullptr);
-    close(fd);
+    const memory_file file(data, size);
+    oni_reader_t *r = oni_reader_open(file.name(), on_property, nullptr);
     for (uint32_t i = 0; r && i < r->max_node_id; i++) {
         oni_istream_t *s = &r->streams[i];
         oni_reader_rewind(r);

@@ -20,7 +20,9 @@ class memory_file {
     memory_file(const memory_file &) = delete;
     memory_file &operator=(const memory_file &) = delete;
 
+    int fd() const { return fd_; }
     const char *name() const { return name_.c_str(); }
+    char *name() { return name_.data(); }
 
   private:
     int fd_;
