@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <cstddef>
 
+#include "image/median5_network.h"
 #include "image/smooth_kernels.h"
 #include "image/window.h"
 
@@ -122,30 +123,19 @@ HWY_INLINE void SideColumns(const uint16_t *const *rows, int w, int x, int step,
     }
 }
 
-// Of five sorted columns: a0 to a4 are the least of each, e0 to e4 the greatest. The comparators were found
-// by a search over the 7776 ways in which zeros and ones fill sorted columns; c2 ends as the median in each.
-HWY_INLINE V WindowMedian(D d, const uint16_t (*rank)[PART + 2 * PAD], int at)
+// clang-format off
+HWY_INLINE V WindowMedian(D lanes, const uint16_t (*rank)[PART + 2 * PAD], int at)
 {
-#define ROW(name, i)                                                                                         \
-    V name##0 = hn::LoadU(d, rank[i] + at - 2), name##1 = hn::LoadU(d, rank[i] + at - 1);                    \
-    V name##2 = hn::LoadU(d, rank[i] + at), name##3 = hn::LoadU(d, rank[i] + at + 1);                        \
-    V name##4 = hn::LoadU(d, rank[i] + at + 2);
-    ROW(a, 0)
-    ROW(b, 1)
-    ROW(c, 2)
-    ROW(d_, 3)
-    ROW(e, 4)
+#define ROW(name, i)                                                                                           \
+    V name##0 = hn::LoadU(lanes, rank[i] + at - 2), name##1 = hn::LoadU(lanes, rank[i] + at - 1);               \
+    V name##2 = hn::LoadU(lanes, rank[i] + at), name##3 = hn::LoadU(lanes, rank[i] + at + 1);                   \
+    V name##4 = hn::LoadU(lanes, rank[i] + at + 2);
+    ROW(a, 0) ROW(b, 1) ROW(c, 2) ROW(d, 3) ROW(e, 4)
 #undef ROW
-        BOTH(b1, c0) BOTH(c1, d_0) BOTH(d_1, e0) BOTH(a1, b0) LOW(e0, e3) BOTH(e0, e1) LOW(d_4, e1)
-            BOTH(d_1, d_3) BOTH(c1, c3) HIGH(a1, a3) BOTH(b1, b3) BOTH(a0, a3) BOTH(b0, b3) BOTH(c0, c3)
-                HIGH(a0, b2) BOTH(d_0, d_3) HIGH(b1, b2) LOW(c3, e2) BOTH(a3, b0) HIGH(a3, a4) BOTH(b0, c0)
-                    BOTH(b3, d_0) LOW(d_0, e4) BOTH(b3, c0) BOTH(c3, d_0) BOTH(d_2, d_4) LOW(b3, d_4)
-                        BOTH(c2, c4) HIGH(b0, c2) BOTH(b2, b4) LOW(d_2, d_3) BOTH(a2, a4) HIGH(b2, b3)
-                            BOTH(c0, d_2) LOW(c4, d_2) BOTH(c2, c4) HIGH(c1, c2) BOTH(a4, c2) LOW(c4, e0)
-                                HIGH(a4, c0) BOTH(b3, d_1) LOW(c2, d_0) BOTH(b4, c3) HIGH(b3, b4) BOTH(c0, c2)
-                                    LOW(c3, d_1) BOTH(c3, c4) HIGH(a2, b4) HIGH(c0, c3) BOTH(b4, c3)
-                                        LOW(c2, c3) LOW(c2, c4) HIGH(b4, c2) return c2;
+    MEDIAN5_NETWORK(BOTH, LOW, HIGH)
+    return c2;
 }
+// clang-format on
 
 void Median3x3(uint16_t *dst, const uint16_t *src, int w, int h)
 {
