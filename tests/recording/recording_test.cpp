@@ -107,7 +107,7 @@ TEST_F(Recording, CarriesTheCalibrationInBlocks)
 {
     char name[256];
     ASSERT_TRUE(tq_priv_get_param_absolute_name(&cam.dev, name, sizeof(name)));
-    for (const size_t size : {size_t{524287}, size_t{1048577}}) {
+    for (const size_t size : {size_t{1048576}, size_t{1048577}}) {
         std::vector<char> bytes(size);
         for (size_t i = 0; i < size; i++)
             bytes[i] = static_cast<char>(i * 7 + i / 524288);

@@ -116,6 +116,9 @@ TEST(OniCodec, RoundTripsRandomAndExtremeImages)
     EXPECT_EQ(encode({1, 1, 1, 2}, 4096, &block), ONI_CODEC_OK);
     oni_codec_status_t status;
     EXPECT_EQ(decode(block, 4, &status), (Samples{1, 2, 2, 2}));
+    block.resize(100);
+    EXPECT_EQ(encode(Samples(39, 7), 4096, &block), ONI_CODEC_OK);
+    EXPECT_EQ(block, (Block{1, 0, 7, 0, 0, 0, 0xEF, 0xE4})); // 19 pairs, 15 in a run at most
 }
 
 TEST(OniCodec, EncoderRefusesWhatTheFormatCannotSay)
