@@ -1,4 +1,5 @@
 #include <cmath>
+#include <functional>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -198,48 +199,35 @@ TEST_F(EpcCalibrated, OtherModes)
         const int d = ph * DMAX / 32768 * 1010 / 1000 - 33 - 300 * DMAX / 32768;
         return last(static_cast<int>(periodic(static_cast<float>(d))));
     };
+    using sample_t = std::function<int(uint32_t)>;
+    const sample_t two = [&](uint32_t i) { return raw[N + i] - raw[i]; };
+    const sample_t one = [&](uint32_t i) { return 2048 - raw[i]; };
+    const sample_t plane1 = [&](uint32_t i) { return 2048 - raw[N + i]; };
+    const sample_t plane2 = [&](uint32_t i) { return 2048 - raw[2 * N + i]; };
+    const struct {
+        const char *what;
+        uint16_t fmt;
+        uint32_t planes;
+        bool pairs;
+        sample_t i, q;
+        int base;
+    } modes[] = {
+        {"2 DCS", 1, 2, true, two, two, PHASE_HALF},
+        {"1 DCS", 4, 1, true, one, one, PHASE_HALF},
+        {"2 DCS of four planes", 2, 4, false, plane1, plane2, 24576}, // 12 MHz: planes 1 and 2
+    };
     for (const bool pixel : {false, true}) {
         pixel ? cam.enable(TQCAM_FILTER_PIXEL_CALIB) : cam.disable(TQCAM_FILTER_PIXEL_CALIB);
-        const auto check = [&](const std::vector<uint16_t> &got, auto rule, const char *what) {
-            ASSERT_EQ(got.size(), size_t{N});
-            for (uint32_t i = 0; i < N; i++) {
-                const size_t at = epc_image_row(i / W, H) * W + i % W;
-                const int want = rule(i);
-                if (want >= 0) {
-                    EXPECT_EQ(got[at], want) << what << " " << i << (pixel ? " pixel" : " global");
-                }
-            }
-        };
-        check(
-            decode(1, 2),
-            [&](uint32_t i) -> int {
-                uint32_t a, b;
-                const uint32_t at = pair_rows(i, &a, &b);
-                if (!valid(a) || !valid(b))
-                    return 0;
-                return by_line(phase_of(raw[N + a] - raw[a], raw[N + b] - raw[b], PHASE_HALF), at, pixel);
-            },
-            "2 DCS");
-        check(
-            decode(4, 1),
-            [&](uint32_t i) -> int {
-                uint32_t a, b;
-                const uint32_t at = pair_rows(i, &a, &b);
-                if (!valid(a) || !valid(b))
-                    return 0;
-                return by_line(phase_of(2048 - raw[a], 2048 - raw[b], PHASE_HALF), at, pixel);
-            },
-            "1 DCS");
-        p->sport_en = 1;
-        p->sport_mode = 2;
-        check(
-            decode(2, 4),
-            [&](uint32_t i) -> int { // 12 MHz: planes 1 and 2, both ways
-                if (!valid(i))
-                    return 0;
-                return by_line(phase_of(2048 - raw[N + i], 2048 - raw[2 * N + i], 24576), i, pixel);
-            },
-            "2 DCS of four planes");
+        for (const auto &m : modes) {
+            p->sport_en = !m.pairs;
+            p->sport_mode = m.pairs ? 0 : 2;
+            const std::vector<uint16_t> want = expected([&](uint32_t i) -> uint16_t {
+                uint32_t a = i, b = i;
+                const uint32_t at = m.pairs ? pair_rows(i, &a, &b) : i;
+                return valid(a) && valid(b) ? by_line(phase_of(m.i(a), m.q(b), m.base), at, pixel) : 0;
+            });
+            EXPECT_EQ(decode(m.fmt, m.planes), want) << m.what << (pixel ? ", pixel" : ", global");
+        }
         p->sport_en = p->sport_mode = 0;
     }
     // A frequency that would pick other planes doesn't, with a line for each pixel.

@@ -446,25 +446,25 @@ TEST(EpcBooster, FourFramesOfOne)
     EXPECT_EQ(quarters(raw), "1111");
     EXPECT_EQ(need(), 0);
     cam.ops()->on_update_fps(cam.drv(), 25);
-    EXPECT_EQ(feed(1), 0);
-    EXPECT_EQ(quarters(raw), "1111");
-    EXPECT_EQ(need(), 0);
-    EXPECT_EQ(feed(2), 0);
-    EXPECT_EQ(quarters(raw), "2111");
-    EXPECT_EQ(need(), 1);
-    EXPECT_EQ(quarters(raw), "2211");
-    EXPECT_EQ(out.time_usec, 999000u); // 1000 / 100, less 1
-    EXPECT_EQ(need(), 1);
-    EXPECT_EQ(quarters(raw), "2221");
-    EXPECT_EQ(out.time_usec, 8000u);
-    EXPECT_EQ(out.time_sec, 1001u);
-    EXPECT_EQ(need(), 1);
-    EXPECT_EQ(quarters(raw), "2222");
-    EXPECT_EQ(need(), 0);
-    EXPECT_EQ(feed(3), 0);
-    EXPECT_EQ(quarters(raw), "3222");
-
-    EXPECT_EQ(feed(4), 0); // no frame was made in between: begins anew
+    const struct {
+        uint16_t fed; // 0: a frame is asked for instead
+        int result;
+        const char *quarters;
+        uint32_t sec, usec; // of a frame that was made
+    } steps[] = {
+        {1, 0, "1111", 0, 0},         {0, 0, "77777777", 0, 0},    {2, 0, "2111", 0, 0},
+        {0, 1, "2211", 1000, 999000}, // 1000 / 100, less 1
+        {0, 1, "2221", 1001, 8000},   {0, 1, "2222", 1001, 17000}, {0, 0, "77777777", 0, 0},
+        {3, 0, "3222", 0, 0},         {4, 0, "4444", 0, 0}, // no frame was made in between: begins anew
+    };
+    for (const auto &s : steps) {
+        EXPECT_EQ(s.fed ? feed(s.fed) : need(), s.result);
+        EXPECT_EQ(quarters(raw), s.quarters);
+        if (s.sec) {
+            EXPECT_EQ(out.time_sec, s.sec);
+            EXPECT_EQ(out.time_usec, s.usec);
+        }
+    }
     EXPECT_TRUE(log.has("realloc bfps buffer since frame size changed : 128 -> 128 (blen=256, fsz=128)"));
     EXPECT_EQ(quarters(raw), "4444");
     feed(5);

@@ -63,91 +63,43 @@ TEST(EpcEvents, FrequencyGivesRangeAndCalibration)
 TEST(EpcEvents, OpenDecidesTheFrequency)
 {
     const struct {
-        const char *what;
-        uint32_t file_freq; // 0: no file
-        bool read_ok;
-        uint32_t device_freq;
-        std::vector<uint8_t> pack; // what the device says of its own calibration
-        uint32_t freq;
+        uint32_t file_mhz; // 0: no file
+        bool readable;     // the device's frequency
+        uint32_t device_mhz;
+        uint8_t device_ts; // of the device's own calibration; 0: it has none
+        uint32_t mhz;
         bool mounted;
         const char *sent; // of parameter 1
         const char *line;
     } cases[] = {
-        {"as the device runs",
-         12000000,
-         true,
-         12000000,
-         {},
-         12000000,
-         true,
-         "",
-         "No valid calib data on dev, use local cache!"},
-        {"the device follows",
-         12000000,
-         true,
-         24000000,
-         {},
-         12000000,
-         true,
-         "1=001bb700 ",
-         "set device freq to calibrated freq: [12000000, 0]"},
-        {"unreadable, calibrated",
-         24000000,
-         false,
-         0,
-         {},
-         24000000,
-         true,
-         "1=00366e01 ",
-         " get mod freq failed"},
-        {"no file", 0, true, 20000000, {}, 20000000, false, "", "calib not valid: set freq to 20000000"},
-        {"no file, unreadable",
-         0,
-         false,
-         0,
-         {},
-         12000000,
-         false,
-         "1=001bb700 ",
-         "calib not valid: set freq to 12000000"},
-        {"older than the device's",
-         12000000,
-         true,
-         12000000,
-         {1, 0, 0, 0, 0, 0, 2, 0, 0, 0},
-         12000000,
-         true,
-         "",
-         "local param (ts=1) is not up-to-date (dev ts=2)"},
-        {"as old as the device's",
-         12000000,
-         true,
-         12000000,
-         {1, 0, 0, 0, 0, 0, 1, 0, 0, 0},
-         12000000,
-         true,
-         "",
-         "[epc_calib_load] adapting to device MOD_FREQ : [12000000, 0] HZ"},
+        {12, true, 12, 0, 12, true, "", "No valid calib data on dev, use local cache!"},
+        {12, true, 24, 0, 12, true, "1=001bb700 ", "set device freq to calibrated freq: [12000000, 0]"},
+        {24, false, 0, 0, 24, true, "1=00366e01 ", " get mod freq failed"},
+        {0, true, 20, 0, 20, false, "", "calib not valid: set freq to 20000000"},
+        {0, false, 0, 0, 12, false, "1=001bb700 ", "calib not valid: set freq to 12000000"},
+        {12, true, 12, 2, 12, true, "", "local param (ts=1) is not up-to-date (dev ts=2)"},
+        {12, true, 12, 1, 12, true, "", "[epc_calib_load] adapting to device MOD_FREQ : [12000000, 0] HZ"},
     };
     for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
         TempDir dir;
         LogCapture log;
-        if (c.file_freq)
-            calib_write(EpcCamera::CALIB_FILE, {{.freq = c.file_freq}});
+        if (c.file_mhz)
+            calib_write(EpcCamera::CALIB_FILE, {{.freq = c.file_mhz * 1000000}});
         EpcCamera cam;
-        cam.set_words(TQCAM_PARAM_MOD_FREQ, {c.device_freq});
-        cam.params[TQCAM_PARAM_CALIB_INFO] = c.pack;
-        if (!c.read_ok)
+        cam.set_words(TQCAM_PARAM_MOD_FREQ, {c.device_mhz * 1000000});
+        if (c.device_ts)
+            cam.params[TQCAM_PARAM_CALIB_INFO] = {1, 0, 0, 0, 0, 0, c.device_ts, 0, 0, 0};
+        if (!c.readable)
             cam.fail_get = {TQCAM_PARAM_MOD_FREQ};
-        ASSERT_TRUE(cam.open()) << c.what;
-        const bool outdated = c.pack.size() > 6 && c.pack[6] == 2; // then it goes on as without a file
-        EXPECT_EQ(cam.epc()->mod_freq, c.freq) << c.what;
-        EXPECT_EQ(cam.epc()->calib_mounted, c.mounted) << c.what;
-        EXPECT_TRUE(log.has(c.line)) << c.what << log.text();
-        EXPECT_EQ(log.has("Load calibration data from device failed"), !c.file_freq || outdated) << c.what;
-        EXPECT_EQ(
-            cam.sent.substr(cam.sent.find("1=") == std::string::npos ? cam.sent.size() : cam.sent.find("1=")),
-            c.sent);
+        ASSERT_TRUE(cam.open());
+        EXPECT_EQ(cam.epc()->mod_freq, c.mhz * 1000000);
+        EXPECT_EQ(cam.epc()->calib_mounted, c.mounted);
+        EXPECT_TRUE(log.has(c.line)) << log.text();
+        // A file older than the device's calibration is as good as none.
+        EXPECT_EQ(log.has("Load calibration data from device failed"), !c.file_mhz || c.device_ts == 2);
+        const size_t at = cam.sent.find("1=");
+        EXPECT_EQ(at == std::string::npos ? "" : cam.sent.substr(at), c.sent);
     }
 }
 

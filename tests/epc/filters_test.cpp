@@ -5,13 +5,8 @@
 #include "support/temp_dir.h"
 
 namespace {
-tqcam_filter_arg_t value(uint16_t v)
-{
-    tqcam_filter_arg_t arg = {};
-    arg.value = v;
-    return arg;
-}
-tqcam_filter_arg_t pair(uint16_t a, uint16_t b)
+// Two words, or the bytes of the first.
+tqcam_filter_arg_t value(uint16_t a, uint16_t b = 0)
 {
     tqcam_filter_arg_t arg = {};
     arg.hdr.intg1_us = a;
@@ -20,10 +15,7 @@ tqcam_filter_arg_t pair(uint16_t a, uint16_t b)
 }
 tqcam_filter_arg_t bytes(uint8_t a, uint8_t b = 0)
 {
-    tqcam_filter_arg_t arg = {};
-    arg.bytes[0] = a;
-    arg.bytes[1] = b;
-    return arg;
+    return value(static_cast<uint16_t>(a | b << 8));
 }
 
 struct EpcFilter : ::testing::Test {
@@ -114,7 +106,7 @@ TEST_F(EpcFilter, DenoiseStrength)
 
 TEST_F(EpcFilter, HdrAndSportGoThroughTheDevice)
 {
-    EXPECT_TRUE(cam.enable(TQCAM_FILTER_HDR, pair(100, 800)));
+    EXPECT_TRUE(cam.enable(TQCAM_FILTER_HDR, value(100, 800)));
     EXPECT_EQ(cam.take_sent(), "13=6400 16=2003 ");
     EXPECT_TRUE(p->hdr_en);
     EXPECT_EQ(p->hdr_intg, 100);
@@ -144,7 +136,7 @@ TEST_F(EpcFilter, HdrAndSportGoThroughTheDevice)
     for (const uint8_t mode : {0, 1, 2})
         EXPECT_FALSE(cam.enable(TQCAM_FILTER_SPORT, bytes(mode)));
     EXPECT_FALSE(cam.disable(TQCAM_FILTER_SPORT));
-    EXPECT_FALSE(cam.enable(TQCAM_FILTER_HDR, pair(1, 2)));
+    EXPECT_FALSE(cam.enable(TQCAM_FILTER_HDR, value(1, 2)));
     EXPECT_FALSE(cam.disable(TQCAM_FILTER_HDR));
     EXPECT_FALSE(p->sport_en || p->hdr_en);
     EXPECT_EQ(log.count("[epc_filter_enable]enable SPORT MODE 0 failed"), 1);

@@ -11,18 +11,13 @@ TEST(Phase, CasesOfTheFold)
     const struct {
         int32_t i, q, base, phase;
     } cases[] = {
-        {100, 0, 16384, 16384},      {-100, 0, 16384, 0},
-        {0, 0, 16384, 16384},        {0, 100, 16384, 24576},
-        {0, -100, 16384, 8192},      {100, 100, 16384, 20480},
-        {-100, 100, 16384, 28672},   {-100, -100, 16384, 4096},
-        {100, -100, 16384, 12288},   {100, 0, 0, 0},
-        {-100, 0, 24576, 8192},      {-100, 0, 0, 16384},
-        {2048, 1, 16384, 16384 + 3}, // entry 2 of the table
-        {1, 2047, 16384, 24576 - 2}, // the last octant before a quarter turn
+        {100, 0, 16384, 16384},      {-100, 0, 16384, 0},         {0, 0, 16384, 16384},
+        {0, 100, 16384, 24576},      {100, 100, 16384, 20480},    {100, 0, 0, 0},
+        {-100, 0, 24576, 8192},      {2048, 1, 16384, 16384 + 3}, // entry 2 of the table
+        {1, 2047, 16384, 24576 - 2},                              // the last octant before a quarter turn
     };
     for (const auto &c : cases)
         EXPECT_EQ(phase_of(c.i, c.q, c.base), c.phase) << c.i << "," << c.q << "," << c.base;
-    EXPECT_EQ(phase_angle(-5, 0) + PHASE_HALF, 32768); // unmasked
 }
 
 // All octants, all magnitudes: never more than a step and a half from the true angle.
@@ -41,33 +36,16 @@ TEST(Phase, FollowsTheArctangent)
     EXPECT_LE(worst, 2);
 }
 
-TEST(Phase, AmplitudeWrapsAt32Bits)
+TEST(Phase, AmplitudeRangeAndRoot)
 {
     EXPECT_EQ(squared_amp(3, -5), 8u);
-    EXPECT_EQ(squared_amp(65535, 65535), static_cast<uint32_t>(2ull * 65535 * 65535) >> 2);
-}
-
-TEST(Phase, RangeOfAFrequency)
-{
+    EXPECT_EQ(squared_amp(65535, 65535), static_cast<uint32_t>(2ull * 65535 * 65535) >> 2); // wraps
     EXPECT_EQ(range_of(12000000), 12491);
-    EXPECT_EQ(range_of(24000000), 6245);
-    EXPECT_EQ(range_of(120000000), 1249);
     EXPECT_EQ(range_of(0), 0);
     EXPECT_EQ(range_of(69), 0);          // beyond 31 bits
     EXPECT_EQ(range_of(70), 2141374464); // rounded to f32
-    EXPECT_EQ(range_of(UINT32_MAX), 34);
-}
-
-TEST(Phase, FastSquareRootIsAnEstimate)
-{
-    const struct {
-        uint32_t v;
-        uint16_t root;
-    } cases[] = {
-        {0, 0}, {1, 1}, {4, 2}, {2, 1}, {9, 3}, {10000, 98 + 2}, {1u << 30, 32768}, {1000000, 976 + 24}};
-    for (const auto &c : cases)
-        EXPECT_NEAR(fastsqrt(c.v), std::sqrt(c.v), 0.07 * std::sqrt(c.v) + 1) << c.v;
-    EXPECT_EQ(fastsqrt(2), 1);
+    for (uint32_t v : {0u, 1u, 4u, 9u, 10000u, 1000000u, 4000000000u})
+        EXPECT_NEAR(fastsqrt(v), std::sqrt(v), 0.07 * std::sqrt(v) + 1) << v;
     EXPECT_EQ(fastsqrt(1u << 30), 32768);
     EXPECT_NE(fastsqrt(3000000), static_cast<uint16_t>(std::sqrt(3000000.0))); // and no root
 }
