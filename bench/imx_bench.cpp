@@ -51,6 +51,8 @@ struct scene_t {
             for (size_t i = 0; i < 2 * N; i++)
                 row.calib.planes[i] = i < N ? 1.0f : 0.5f;
         }
+        p->rows[0].calib.amp = p->rows[1].calib.amp = 1.25f;
+        p->rows[0].calib.omega = p->rows[1].calib.omega = 0.02f;
         p->f_en_pix_calib = 1;
     }
 };

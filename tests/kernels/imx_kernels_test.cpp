@@ -68,8 +68,8 @@ TEST(ImxKernels, DistanceAndAmplitude)
                     line.slopes = slopes.data();
                     line.offsets = offsets.data();
                 }
-                line.periodic = {pick(rng, {0.0f, 0.0f, 4.5f}), pick(rng, {0.0f, 0.02f, NAN}), 0.5f,
-                                 pick(rng, {0.0f, -1.5f, 0.1f})};
+                line.periodic = {pick(rng, {0.0f, 4.5f}), pick(rng, {0.02f, 0.02f, -0.007f, 50.0f, NAN}),
+                                 0.5f, pick(rng, {0.0f, -1.5f, 0.1f})};
                 const size_t shift = rng.below(7);
                 Guarded<uint16_t> dist(n, shift), dist_want(n, shift);
                 Guarded<uint32_t> amp(n, shift), amp_want(n, shift);

@@ -146,7 +146,8 @@ int imx_calc_mount_calib_ex(tqcam_drv_t *drv, int dual)
                  uint32_t{p->mod_freq0}, p->rows[0].calib.slope_k, p->rows[0].calib.offset);
         return -1;
     }
-    _take_file_lens(p);
+    if (!p->calib_lens)
+        _take_file_lens(p);
     p->calib_mounted = true;
     return 1;
 }

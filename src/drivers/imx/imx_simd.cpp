@@ -162,6 +162,32 @@ HWY_INLINE VI RoundAway(VF v)
     return hn::Add(whole, hn::IfThenElseZero(hn::RebindMask(di, away), one));
 }
 
+// periodic_correct; the index into the sine's table is an f64 product.
+HWY_INLINE VF Wave(VF d, const periodic_t &p)
+{
+    const DI di;
+    const DF df;
+    const hn::Repartition<double, DF> d64;
+    const hn::Half<DI> half;
+    static_assert((SIN_LUT_NUM & (SIN_LUT_NUM - 1)) == 0);
+    const VF t = hn::Add(hn::Mul(d, hn::Set(df, p.omega)), hn::Set(df, p.pha)), size = hn::Abs(t);
+    if (!hn::AllTrue(df, hn::Lt(size, hn::Set(df, 1e5f)))) { // the index could leave 32 bits
+        HWY_ALIGN float mm[HWY_MAX_BYTES / sizeof(float)];
+        hn::Store(d, df, mm);
+        for (size_t k = 0; k < hn::Lanes(df); k++)
+            mm[k] = periodic_correct(mm[k], p);
+        return hn::Load(df, mm);
+    }
+    const auto steps = hn::Set(d64, PERIODIC_STEPS), round = hn::Set(d64, 0.5);
+    const auto lower = hn::PromoteTo(d64, hn::LowerHalf(size)),
+               upper = hn::PromoteTo(d64, hn::UpperHalf(hn::Half<DF>(), size));
+    const VI index = hn::Combine(di, hn::DemoteTo(half, hn::Add(hn::Mul(upper, steps), round)),
+                                 hn::DemoteTo(half, hn::Add(hn::Mul(lower, steps), round)));
+    const VF sine = hn::GatherIndex(df, g_sin_LUT.data(), hn::And(index, hn::Set(di, SIN_LUT_NUM - 1)));
+    const VF turned = hn::IfThenElse(hn::Lt(t, hn::Zero(df)), hn::Neg(sine), sine);
+    return hn::Add(hn::Add(d, hn::Mul(turned, hn::Set(df, p.amp))), hn::Set(df, p.ofs));
+}
+
 HWY_INLINE VI Correct(VI ph, const imx_line_t &line, float to_mm, float to_phase, size_t x)
 {
     const DI di;
@@ -175,11 +201,7 @@ HWY_INLINE VI Correct(VI ph, const imx_line_t &line, float to_mm, float to_phase
     if (line.periodic.amp == 0) { // no wave
         d = hn::Add(d, hn::Set(df, line.periodic.ofs));
     } else {
-        HWY_ALIGN float mm[HWY_MAX_BYTES / sizeof(float)];
-        hn::Store(d, df, mm);
-        for (size_t k = 0; k < hn::Lanes(df); k++)
-            mm[k] = periodic_correct(mm[k], line.periodic);
-        d = hn::Load(df, mm);
+        d = Wave(d, line.periodic);
     }
     return RoundAway(hn::Mul(d, hn::Set(df, to_phase)));
 }
