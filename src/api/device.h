@@ -151,7 +151,8 @@ class DevGate {
     DevGate &operator=(const DevGate &) = delete;
 };
 
-// How often a close looks for calls in flight, every 100 ms, before it goes on without them. 200; tests lower it.
+// How often a close looks for calls in flight, every 100 ms, before it goes on without them. 200; tests lower
+// it.
 extern int dev_close_polls;
 
 // The second half of tqcam_dev_close: takes the device down when no call is in flight any more.

@@ -1,7 +1,7 @@
 // The median of 25 values that stand as five sorted columns: a0 to a4 are the least of each, e0 to e4 the
-// greatest. BOTH puts the lesser of two into the first and the greater into the second; LOW and HIGH do one half of
-// that, where the other isn't needed. The 82 halves were found by a search over the 7776 ways in which zeros and
-// ones fill sorted columns, which decide for all values. The median ends in c2.
+// greatest. BOTH puts the lesser of two into the first and the greater into the second; LOW and HIGH do one
+// half of that, where the other isn't needed. The 82 halves were found by a search over the 7776 ways in
+// which zeros and ones fill sorted columns, which decide for all values. The median ends in c2.
 #pragma once
 
 // clang-format off

@@ -353,8 +353,8 @@ tqcam_ll_dev_t *_file_ll_dev_open(tqcam_ll_dev_t *dev)
     oni_reader_rewind(priv->reader);
     const tqcam_frame_info_t &info = priv->frame_info;
     LOG_DEBUG("[%s]open file dev: prod = %s, WxHxN = %dx%dx%d, modfreq=%u, max WxH=%ux%u\n", priv->product,
-             static_cast<int>(info.width), static_cast<int>(info.height), static_cast<int>(priv->subframes),
-             priv->mod_freq, priv->max_w, priv->max_h);
+              static_cast<int>(info.width), static_cast<int>(info.height), static_cast<int>(priv->subframes),
+              priv->mod_freq, priv->max_w, priv->max_h);
     priv->sim_mode = 1;
     LOG_DEBUG("[%s]  file replay set to sim mode\n");
     priv->exit = 0;
