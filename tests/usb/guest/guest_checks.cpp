@@ -28,7 +28,7 @@ double seconds_since(clock_type::time_point start)
     return std::chrono::duration<double>(clock_type::now() - start).count();
 }
 
-template <typename F> bool eventually(F condition, double seconds = 15)
+template <typename F> bool eventually(F condition, double seconds = 60)
 {
     for (const auto start = clock_type::now(); seconds_since(start) < seconds;) {
         if (condition())
@@ -99,7 +99,8 @@ class Camera {
         if (stock_tool) {
             EXPECT_TRUE(eventually([] { return shell("usbip attach -r 127.0.0.1 -b 1-1").code == 0; }));
         }
-        EXPECT_TRUE(eventually([] { return devices_on_bus() == 1; })) << "no camera on the bus";
+        EXPECT_TRUE(eventually([] { return devices_on_bus() == 1; }))
+            << "no camera on the bus: " << shell("cat sim.log").text;
     }
     ~Camera() { pull(); }
     Camera(const Camera &) = delete;
