@@ -20,7 +20,9 @@ struct libusb_device_handle {
     int unused;
 };
 
-static struct {
+// Never destroyed: the event thread of the device that stays open waits on the condition until the process is
+// gone.
+static struct cam_t {
     const uint8_t *data;
     size_t left;
     libusb_context context;
@@ -31,7 +33,7 @@ static struct {
     std::mutex mutex;
     std::condition_variable cond;
     bool woken;
-} cam;
+} &cam = *new cam_t();
 
 static uint8_t take()
 {
