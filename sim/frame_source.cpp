@@ -21,6 +21,22 @@ sim_config_t sim_config_default(const sim_camera_row_t *camera)
     return cfg;
 }
 
+void sim_config_fit(sim_config_t *cfg)
+{
+    const double range = sim_range_mm(cfg->freq1 != 0 ? std::min(cfg->freq0, cfg->freq1) : cfg->freq0);
+    sim_scene_t *scene = &cfg->scene;
+    if (scene->kind == SIM_SCENE_RAMP)
+        scene->distance_mm = range;
+    else // the corners of the room are about twice as far as its wall
+        scene->distance_mm = std::min(scene->distance_mm, range / 2);
+    if (scene->kind == SIM_SCENE_RAMP || cfg->camera->family != SIM_FAMILY_S || scene->distance_mm <= 0)
+        return;
+    constexpr double wanted = 400; // amplitude of the wall, samples
+    const double metres = scene->distance_mm / 1000;
+    const double us = 500 * wanted * metres * metres / (cfg->camera->amp_1m * scene->reflectivity);
+    cfg->intg_us = static_cast<uint32_t>(std::clamp(us, 10.0, static_cast<double>(cfg->camera->max_intg_us)));
+}
+
 bool sim_config_same(const sim_config_t &a, const sim_config_t &b)
 {
     return a.format == b.format && a.freq0 == b.freq0 && a.freq1 == b.freq1 && a.fps == b.fps &&

@@ -29,6 +29,10 @@ typedef struct sim_config_t {
 // The camera's defaults before its default scene, with noise.
 sim_config_t sim_config_default(const sim_camera_row_t *camera);
 
+// Moves the scene into the unambiguous range of the frequencies, with a ramp over all of it, and takes an
+// integration time that neither drowns nor saturates the wall there.
+void sim_config_fit(sim_config_t *cfg);
+
 // Empty when the settings can be simulated, else a sentence that says why not.
 std::string sim_config_check(const sim_config_t &cfg);
 

@@ -13,11 +13,16 @@ static constexpr uint32_t FIRST_DAY = 1704067200;
 
 static constexpr uint32_t CALIB_PIECE = 524288; // bytes of the calibration file in one property
 
+// Cameras that a calibration would not tell apart are one: a calibration file on disk is found by this
+// number, and must not be taken for another camera's.
 sim_identity_t sim_identity(const sim_config_t &cfg)
 {
-    sim_rng_t rng = sim_rng_stream(cfg.seed, 4,
-                                   static_cast<uint64_t>(cfg.camera->name[0]) << 8 |
-                                       static_cast<uint8_t>(cfg.camera->name[1]));
+    const sim_defects_t &d = cfg.defects;
+    uint64_t model =
+        static_cast<uint64_t>(cfg.camera->name[0]) << 8 | static_cast<uint8_t>(cfg.camera->name[1]);
+    for (const double term : {d.offset_mm, d.offset_spread_mm, d.slope_spread, d.periodic, d.drift})
+        model = sim_mix64(model) + static_cast<uint64_t>(static_cast<int64_t>(term * 1e6));
+    sim_rng_t rng = sim_rng_stream(cfg.seed, 4, model);
     sim_identity_t id = {};
     id.pid = 1;
     id.cid = static_cast<uint16_t>(sim_rng_next(rng));

@@ -1,6 +1,7 @@
 // Raw frames of the S family, read back by a decoder of this file's own.
 #include "frame_source.h"
 
+#include <algorithm>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <string>
@@ -149,5 +150,24 @@ TEST(RawS, FullPixelsAreMarked)
         if (format == 15) {
             EXPECT_NEAR(mm_of(p, 1249), 700, 2);
         }
+    }
+}
+
+TEST(RawS, FittedScenesLieInTheRange)
+{
+    for (const char *camera : {"S1", "S570C4", "E1"}) {
+        sim_config_t cfg = sim_config_default(sim_camera_find(camera));
+        sim_config_fit(&cfg);
+        const auto source = sim_source_live(cfg);
+        sim_frame_t f;
+        source->next(source->self, &f);
+        const int32_t range = sim_range_mm(cfg.freq1 != 0 ? cfg.freq1 : cfg.freq0);
+        EXPECT_LT(*std::max_element(f.truth_mm.begin(), f.truth_mm.end()), range) << camera;
+        size_t full = 0;
+        for (size_t i = 0; i < f.truth_mm.size() && f.meta_size != 0; i++) {
+            const pair_t p = pair_at(f, 0, i);
+            full += p.i == 0 && p.q == 0;
+        }
+        EXPECT_LT(full, f.truth_mm.size() / 100) << camera;
     }
 }

@@ -118,3 +118,14 @@ TEST(ReplayRecorder, FailuresLeaveNothingBehind)
     EXPECT_FALSE(sim_recorder_close(&rec));
     setrlimit(RLIMIT_FSIZE, &old);
 }
+
+// A calibration on disk is found by this number, and must not be taken for a camera with other errors.
+TEST(ReplayRecorder, OtherErrorsAreAnotherCamera)
+{
+    sim_config_t cfg = sim_config_default(sim_camera_find("E1"));
+    const uint32_t id = sim_identity(cfg).dev_id32;
+    cfg.defects.shot *= 2;
+    EXPECT_EQ(sim_identity(cfg).dev_id32, id);
+    cfg.defects.periodic = 0.001;
+    EXPECT_NE(sim_identity(cfg).dev_id32, id);
+}

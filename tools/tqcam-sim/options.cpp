@@ -19,7 +19,7 @@ void CameraOptions::add(CLI::App &app)
         ->delimiter(',')
         ->expected(1, 2);
     app.add_option("--fps", fps, "frames per second");
-    app.add_option("--intg", intg, "integration time in microseconds");
+    app.add_option("--intg", intg, "integration time in microseconds; default: by camera and distance");
     app.add_option("--hdr", intg2, "second integration time in microseconds");
     app.add_option("--seed", seed,
                    "what random numbers start from; the same seed gives the same camera and frames")
@@ -36,7 +36,9 @@ void CameraOptions::add(CLI::App &app)
         ->check(CLI::IsMember({"room", "wall", "dome", "ramp"}))
         ->capture_default_str()
         ->group(in_scene);
-    app.add_option("--distance", distance, "distance of the wall, or end of the ramp, in millimetres")
+    app.add_option(
+           "--distance", distance,
+           "distance of the wall, or end of the ramp, in millimetres; default: within the unambiguous range")
         ->group(in_scene);
     app.add_option("--reflectivity", reflectivity, "reflectivity of the wall")
         ->check(CLI::Range(0.0, 1.0))
@@ -101,12 +103,11 @@ sim_config_t CameraOptions::config() const
     if (freq_mhz.empty() && s_format != nullptr) // the camera's own pair, or its first
         cfg.freq1 = !s_format->dual ? 0 : cfg.freq1 != 0 ? cfg.freq1 : 40000000;
     cfg.fps = fps.value_or(cfg.fps);
+    cfg.scene.reflectivity = reflectivity.value_or(cfg.scene.reflectivity);
+    sim_config_fit(&cfg);
     cfg.intg_us = intg.value_or(cfg.intg_us);
     cfg.intg2_us = intg2.value_or(cfg.intg2_us);
-    if (scene == "ramp")
-        cfg.scene.distance_mm = sim_range_mm(cfg.freq0);
     cfg.scene.distance_mm = distance.value_or(cfg.scene.distance_mm);
-    cfg.scene.reflectivity = reflectivity.value_or(cfg.scene.reflectivity);
     cfg.scene.moving = cfg.scene.moving && !still;
     cfg.temp_cb = static_cast<int16_t>(std::lround(temp_cb.value_or(cfg.temp_cb / 10.0) * 10));
     cfg.temp_ib = static_cast<int16_t>(std::lround(temp_ib.value_or(cfg.temp_ib / 10.0) * 10));
