@@ -165,6 +165,17 @@ TEST_F(Retrieval, WakesWhenCaptureStops)
     stopper.join();
 }
 
+TEST_F(Retrieval, WakesWhenTheDeviceCloses)
+{
+    cam.priv()->cap_mode = 1;
+    std::thread waiting([&] { EXPECT_LE(tqcam_cap_get_frames(&cam.dev, 1, nullptr, 0, nullptr), 0); });
+    while (!cam.calls.has("link.wait"))
+        std::this_thread::yield();
+    tqcam_dev_close(&cam.dev);
+    waiting.join();
+    EXPECT_FALSE(log.has("api wait timeout"));
+}
+
 TEST_F(Retrieval, AnErrorIsReturnedOnce)
 {
     static int heard;
