@@ -129,7 +129,7 @@ bool _tqcam_cap_stop(tqcam_dev_t *dev)
     priv->cap_state = stopped ? CAP_STATE_IDLE : CAP_STATE_RUNNING;
     _tqcam_cap_replay_stop(dev);
     _drain(priv);
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     if (drv && drv->ops->on_cap_state)
         drv->ops->on_cap_state(drv, 0);
     LOG_TRACE("[%s]Exit\n");
@@ -150,7 +150,7 @@ void _read_back(tqcam_dev_t *dev, const char *caller)
     if (!_tqcam_param_batch_get(dev, items, COUNT))
         return;
     tqcam_dev_priv_t *priv = dev->priv;
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     priv->fps = param_u32(items[FPS], 0);
     if (items[INTG1].param_len == 8) {
         priv->intg_us = param_u32(items[INTG1], 0);
@@ -313,6 +313,13 @@ struct ready_pass_t {
     bool wanted() const { return req && req->remaining > 0; }
 };
 
+bool _ask_info(tqcam_dev_priv_t *priv, tqcam_frame_info_t *info, const tq_frame_hdr_t &hdr, const void *data,
+               uint32_t len)
+{
+    const DrvUse drv(priv);
+    return drv && drv->ops->frame_get_info(drv, info, &hdr, data, len);
+}
+
 // Fetches one frame and hands it on; false when none was ready. *counts tells whether it was an image.
 bool _hand_on_frame(ready_pass_t &pass, bool *counts)
 {
@@ -323,10 +330,9 @@ bool _hand_on_frame(ready_pass_t &pass, bool *counts)
     if (tq_stream_fetch_frames(priv->stream, place.buf, place.room, 1, &hdr, false) < 1)
         return false;
 
-    tqcam_drv_t *drv = dev_drv(priv);
     tqcam_frame_info_t info = {};
     const uint32_t got = place.room < hdr.frame_len ? place.room : hdr.frame_len;
-    if (!drv || !drv->ops->frame_get_info(drv, &info, &hdr, place.buf, got)) {
+    if (!_ask_info(priv, &info, hdr, place.buf, got)) {
         LOG_AS(6, "ERR", pass.caller, "[%s] driver frame_get_info failed!\n");
         info = tqcam_frame_info_t();
     }
@@ -470,7 +476,7 @@ bool tqcam_cap_start(tqcam_dev_t *dev)
     if (!tqcam_ll_cap_start(&priv->ll, loop ? 1 : 0, on_capture_event, dev))
         return false;
     priv->cap_state = CAP_STATE_RUNNING;
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     if (drv && drv->ops->on_cap_state)
         drv->ops->on_cap_state(drv, 1);
     return true;

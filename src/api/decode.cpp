@@ -22,7 +22,7 @@ int _tqcam_frame_get_u16(tqcam_dev_t *dev, void *dst, uint32_t dst_len, const de
 {
     tqcam_dev_priv_t *priv = dev->priv;
     const tqcam_frame_info_t &info = job.info;
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     if (!drv || !dst || !job.src) {
         LOG_DEBUG("[%s]Wrong params\n");
         return 0;

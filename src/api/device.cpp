@@ -8,6 +8,7 @@
 
 #include <cstdlib>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <new>
 
@@ -28,6 +29,64 @@ api_count_t *_count(const tqcam_dev_t *dev)
 {
     return static_cast<api_count_t *>(dev->api_lock);
 }
+
+// Who uses a row of the driver table: calls by their number, or one thread that binds or releases it. Calls
+// nest, and so one may begin while a binding waits. Counts in place of a reader-writer lock, for calls come
+// here with other locks held, in any order.
+struct row_gate_t {
+    pthread_mutex_t mutex; // for an instant
+    pthread_cond_t idle;
+    uint32_t users;
+    bool binding;
+};
+row_gate_t _row_gates[16];                // by the row's place in the table
+thread_local const tqcam_drv_t *_binding; // the row whose init or uninit this thread runs
+
+row_gate_t *_row_gate(const tqcam_drv_t *row)
+{
+    return &_row_gates[reinterpret_cast<uintptr_t>(row) / sizeof(*row) % std::size(_row_gates)];
+}
+
+void _enter_row(const tqcam_drv_t *row)
+{
+    row_gate_t *g = _row_gate(row);
+    MutexLock lock(&g->mutex);
+    while (g->binding)
+        pthread_cond_wait(&g->idle, &g->mutex);
+    g->users++;
+}
+
+void _leave_row(const tqcam_drv_t *row)
+{
+    row_gate_t *g = _row_gate(row);
+    MutexLock lock(&g->mutex);
+    if (--g->users == 0)
+        pthread_cond_broadcast(&g->idle);
+}
+
+class RowBinding {
+  public:
+    explicit RowBinding(const tqcam_drv_t *row) : gate_(_row_gate(row))
+    {
+        MutexLock lock(&gate_->mutex);
+        while (gate_->binding || gate_->users > 0)
+            pthread_cond_wait(&gate_->idle, &gate_->mutex);
+        gate_->binding = true;
+        _binding = row;
+    }
+    ~RowBinding()
+    {
+        MutexLock lock(&gate_->mutex);
+        gate_->binding = false;
+        _binding = nullptr;
+        pthread_cond_broadcast(&gate_->idle);
+    }
+    RowBinding(const RowBinding &) = delete;
+    RowBinding &operator=(const RowBinding &) = delete;
+
+  private:
+    row_gate_t *gate_;
+};
 
 void _count_add(tqcam_dev_t *dev, int n)
 {
@@ -145,14 +204,46 @@ uint32_t dev_count_active(tqcam_dev_t *dev)
     return active;
 }
 
-tqcam_drv_t *dev_drv(const tqcam_dev_priv_t *priv)
+DrvUse::DrvUse(const tqcam_dev_priv_t *priv) : row_(priv->drv), drv_(nullptr)
 {
-    return priv->drv && priv->drv->dev ? priv->drv : nullptr;
+    if (row_ && row_ != _binding)
+        _enter_row(row_);
+    if (row_ && row_->dev)
+        drv_ = priv->drv;
+}
+
+DrvUse::~DrvUse()
+{
+    if (row_ && row_ != _binding)
+        _leave_row(row_);
+}
+
+bool dev_drv_bind(tqcam_dev_t *dev)
+{
+    tqcam_drv_t *row = dev->priv->drv;
+    RowBinding binding(row);
+    if (row->ops->init(row, dev))
+        return true;
+    if (row->dev == dev) // whose handle goes
+        row->dev = nullptr;
+    return false;
+}
+
+void dev_drv_release(tqcam_dev_t *dev)
+{
+    tqcam_drv_t *row = dev->priv->drv;
+    if (!row)
+        return;
+    RowBinding binding(row);
+    if (row->dev != dev)
+        return;
+    row->ops->uninit(row);
+    row->dev = nullptr; // a device that lost the row to this one must not run on what is freed
 }
 
 bool dev_show_frames(tqcam_dev_priv_t *priv, void *raw, uint32_t count, const tqcam_frame_info_t *info)
 {
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     if (!drv || !drv->ops->frame_raw_proc || info->frame_size == 0)
         return false;
     if (info->frame_size > priv->shown_max)

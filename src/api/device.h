@@ -87,9 +87,28 @@ struct tqcam_dev_priv_t {
 // right afterwards: a call that goes on to work on the device enters an ApiGuard, which tests by itself.
 bool dev_is_open(const tqcam_dev_t *dev, const char *caller);
 
-// The device's driver; nullptr before one is chosen, and after another device of the same chip, which had
-// taken its row over, closed.
-tqcam_drv_t *dev_drv(const tqcam_dev_priv_t *priv);
+// The device's driver in use by a call; none before one is chosen, and after another device of the same chip,
+// which had taken its row over, closed. Devices of one chip share its row: while one of them binds it, or
+// lets it go, with all that the row leads to, calls on the others wait. For the moment of an operation or
+// two: never across a callback, which may open and close devices.
+class DrvUse {
+  public:
+    explicit DrvUse(const tqcam_dev_priv_t *priv);
+    ~DrvUse();
+    DrvUse(const DrvUse &) = delete;
+    DrvUse &operator=(const DrvUse &) = delete;
+    tqcam_drv_t *operator->() const { return drv_; }
+    operator tqcam_drv_t *() const & { return drv_; }
+    operator tqcam_drv_t *() const && = delete; // the use would end at once
+
+  private:
+    const tqcam_drv_t *row_;
+    tqcam_drv_t *drv_;
+};
+
+// Runs a driver's init for the device, or its uninit if the row is still the device's.
+bool dev_drv_bind(tqcam_dev_t *dev);
+void dev_drv_release(tqcam_dev_t *dev);
 
 // Shows the driver count retrieved frames of info->frame_size bytes, which raw has room for. True when the
 // driver took them for itself.

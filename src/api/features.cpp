@@ -21,7 +21,7 @@ int _filter(const char *name, tqcam_dev_t *dev, uint32_t filter_id, const tqcam_
     tqcam_dev_priv_t *priv = dev->priv;
     if (!priv->drv)
         priv->drv = tqcam_drv_find(&priv->ll);
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     if (!drv) {
         LOG_AS(6, "ERR", name, "[%s]cannot find driver for device: product=%s\n", dev->product);
         return -1;
@@ -51,7 +51,7 @@ int tqcam_use_case_list(tqcam_dev_t *dev, tqcam_use_case_t *cases, int max)
     ApiGuard guard(dev, __func__);
     if (!guard || !cases || max < 1)
         return -1;
-    tqcam_drv_t *drv = dev_drv(dev->priv);
+    const DrvUse drv(dev->priv);
     return drv && drv->ops->use_case_list ? drv->ops->use_case_list(drv, cases, (uint8_t)max) : -1;
 }
 
@@ -60,7 +60,7 @@ int tqcam_get_cur_use_case(tqcam_dev_t *dev, tqcam_use_case_t *out)
     ApiGuard guard(dev, __func__);
     if (!guard || !out)
         return -1;
-    tqcam_drv_t *drv = dev_drv(dev->priv);
+    const DrvUse drv(dev->priv);
     return drv && drv->ops->use_case_get ? drv->ops->use_case_get(drv, out) : -1;
 }
 
@@ -90,7 +90,7 @@ int tqcam_use_case_set_uid(tqcam_dev_t *dev, uint32_t index)
         memcpy(item.value + 4, &c.f1, 4);
     if (!tqcam_param_batch_set(dev, &item, 1))
         return -1;
-    tqcam_drv_t *drv = dev_drv(dev->priv);
+    const DrvUse drv(dev->priv);
     return drv && drv->ops->use_case_set ? drv->ops->use_case_set(drv, index) : -1;
 }
 

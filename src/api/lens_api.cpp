@@ -98,7 +98,7 @@ bool tqcam_lens_param_get(tqcam_dev_t *dev, tqcam_lens_info_t *out)
     if (!guard)
         return false;
     tqcam_dev_priv_t *priv = dev->priv;
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     tqcam_lens_param_t p = {};
     if (!drv || !drv->ops->lens_param_get || !drv->ops->lens_param_get(drv, &p, priv->cur_w, priv->cur_h, 0))
         return false;

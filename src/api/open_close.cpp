@@ -231,9 +231,11 @@ bool _open_link(tqcam_dev_t *dev, bool *close_link, const char *caller)
 void _start_driver(tqcam_dev_t *dev, const char *caller)
 {
     tqcam_dev_priv_t *priv = dev->priv;
-    tqcam_drv_t *drv = priv->drv;
+    const DrvUse drv(priv);
     tqcam_dev_info_t &info = priv->info;
     priv->dev_mode = 0;
+    if (!drv) // another device of the chip took the row over and closed
+        return;
     if (drv->ops->drv_calib_load && drv->ops->drv_calib_load(drv, 0, 0, 2) < 0)
         LOG_AS(6, "ERR", caller, "[%s]Load calibration data failed\n");
     tqcam_dev_get_uri(dev, info.uri, URI_ROOM);
@@ -330,10 +332,8 @@ tqcam_dev_t *tqcam_dev_open(tqcam_dev_t *dev)
     priv->cap_state = CAP_STATE_AFTER_OPEN;
     priv->cap_stop = 1;
 
-    if (!priv->drv->ops->init(priv->drv, dev)) {
+    if (!dev_drv_bind(dev)) {
         LOG_ERROR("[%s]Driver init failed\n");
-        if (priv->drv->dev == dev) // the handle goes
-            priv->drv->dev = nullptr;
         _shut(dev);
         tq_stream_destroy(priv->stream);
         return _unwind(dev, true);
@@ -353,11 +353,7 @@ void dev_dismantle(tqcam_dev_t *dev)
 {
     tqcam_dev_priv_t *priv = dev->priv;
     tqcam_ll_dev_close(&priv->ll); // ends the event thread
-    if (priv->drv && priv->drv->dev == dev) {
-        priv->drv->ops->uninit(priv->drv);
-        priv->drv->dev =
-            nullptr; // another device that lost the row to this one must not run on what is freed
-    }
+    dev_drv_release(dev);
     tq_stream_destroy(priv->stream);
     rec_close(dev);
     free(priv->cap_cfg.save_file);

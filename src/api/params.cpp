@@ -27,7 +27,7 @@ std::unique_ptr<tqcam_ll_param_t[]> _new_records(const tqcam_param_item_t *items
 class Reaction {
   public:
     Reaction(tqcam_dev_t *dev, const tqcam_param_item_t &item, const char *caller)
-        : dev_(dev), priv_(dev->priv), drv_(dev_drv(dev->priv)), item_(item), caller_(caller)
+        : dev_(dev), priv_(dev->priv), drv_(dev->priv), item_(item), caller_(caller)
     {
     }
     void run();
@@ -45,7 +45,7 @@ class Reaction {
 
     tqcam_dev_t *dev_;
     tqcam_dev_priv_t *priv_;
-    tqcam_drv_t *drv_;
+    const DrvUse drv_;
     const tqcam_param_item_t &item_;
     const char *caller_;
 };

@@ -108,7 +108,7 @@ uint32_t _tqcam_frame_get_pcl_ex(tqcam_dev_t *dev, float *pcl, uint32_t pcl_len,
     if (n == 0)
         return 0;
 
-    tqcam_drv_t *drv = dev_drv(dev->priv);
+    const DrvUse drv(dev->priv);
     float own[4];
     if (!lens) {
         if (!_pcl_lens(drv, w, h, own)) {

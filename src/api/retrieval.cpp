@@ -61,7 +61,7 @@ bool _wait_ready(tqcam_dev_priv_t *priv, int64_t timeout_ms, const struct timesp
 // frame of the size seen last has room, for the driver is told no length.
 int _ask_driver(tqcam_dev_priv_t *priv, const wanted_t &want, tqcam_frame_info_t *info)
 {
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     if (!want.buf || !drv || !drv->ops->frame_need_data || priv->shown_max > want.buf_len)
         return 0;
     return drv->ops->frame_need_data(drv, want.buf, want.frame_num, info);
@@ -74,7 +74,7 @@ void _follow_auto_intg(tqcam_dev_t *dev, const tqcam_frame_info_t &info)
     if (info.meta_size == 0 || info.meta_intg_us <= 1 || info.meta_intg_us == priv->intg_us)
         return;
     priv->intg_us = info.meta_intg_us;
-    tqcam_drv_t *drv = dev_drv(priv);
+    const DrvUse drv(priv);
     if (drv && drv->ops->on_update_intg_time)
         drv->ops->on_update_intg_time(drv, info.meta_intg_us, priv->intg2_us != 0);
     rec_auto_intg(dev, info.meta_intg_us);

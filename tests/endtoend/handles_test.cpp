@@ -33,6 +33,10 @@ TEST_F(Handles, AnOpenReplayOpensAnew)
     ASSERT_NE(dev, nullptr);
     EXPECT_EQ(tqcam_dev_open(dev), dev); // the library's own handle and its path survive
     EXPECT_FALSE(tqcam_cap_is_ongoing(dev));
+    tqcam_cap_cfg_t cfg = {};
+    cfg.cache_frames_cnt = 10;
+    cfg.file_loop = 1;
+    EXPECT_TRUE(tqcam_cap_config_set(dev, &cfg));
     EXPECT_TRUE(tqcam_cap_start(dev));
     EXPECT_EQ(decode_one(dev), 9600);
     tqcam_dev_close(dev);
