@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-#include "drivers/common/roi_size.h"
+#include "drivers/common/roi_event.h"
 #include "log/log.h"
 
 static constexpr uint32_t SENSOR_W = 320, SENSOR_H = 240;
@@ -24,19 +24,11 @@ void epc_on_update_roi(tqcam_drv_t *drv, const uint8_t *value)
     if (p->chip_variant == EPC_VARIANT_ROI) {
         const int32_t extent_w = roi_extent_w(roi), extent_h = roi_extent_h(roi);
         whole = extent_w == static_cast<int32_t>(w) && extent_h == static_cast<int32_t>(h);
-        if (!roi_binning_ok(roi)) {
-            LOG_ERROR("[%s] roi wrong mode: %u\n", roi.binning);
-        } else if (extent_w < 1 || extent_h < 1 || extent_w > static_cast<int32_t>(SENSOR_W) ||
-                   extent_h > static_cast<int32_t>(SENSOR_H)) {
-            LOG_ERROR("[%s] roi wrong bounds: rows %u to %u, columns %u to %u\n", roi.srow, roi.erow,
-                      roi.scol, roi.ecol);
-        } else {
-            const roi_shift_t shift = ROI_SHIFTS[roi.binning];
-            w = static_cast<uint32_t>(extent_w) >> shift.w;
-            h = static_cast<uint32_t>(extent_h) >> shift.h;
-            whole = SENSOR_W >> shift.w == static_cast<uint32_t>(extent_w) &&
-                    SENSOR_H >> shift.h == static_cast<uint32_t>(extent_h);
-        }
+        roi_frame_t frame = {w, h, whole};
+        roi_frame_of(roi, SENSOR_W, SENSOR_H, &frame, __func__);
+        w = frame.w;
+        h = frame.h;
+        whole = frame.whole;
     }
     tqcam_lens_param_t lens = {};
     {

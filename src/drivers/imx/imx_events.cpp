@@ -3,7 +3,7 @@
 
 #include "drivers/common/dev_param.h"
 #include "drivers/common/phase.h"
-#include "drivers/common/roi_size.h"
+#include "drivers/common/roi_event.h"
 #include "drivers/imx/imx_priv.h"
 #include "log/log.h"
 
@@ -158,22 +158,13 @@ void imx_on_update_roi(tqcam_drv_t *drv, const uint8_t *value)
         return;
     calib_roi_t roi;
     std::memcpy(&roi, value, sizeof(roi));
-    const int32_t extent_w = roi_extent_w(roi), extent_h = roi_extent_h(roi);
     uint32_t w = p->img_w, h = p->img_h;
     bool whole = false;
-    if (!roi_binning_ok(roi)) {
-        LOG_ERROR("[%s] roi wrong mode: %u\n", roi.binning);
-    } else if (extent_w < 1 || extent_h < 1 || extent_w > static_cast<int32_t>(IMX_SENSOR_W) ||
-               extent_h > static_cast<int32_t>(IMX_SENSOR_H)) {
-        LOG_ERROR("[%s] roi wrong bounds: rows %u to %u, columns %u to %u\n", roi.srow, roi.erow, roi.scol,
-                  roi.ecol);
-    } else {
-        const roi_shift_t shift = ROI_SHIFTS[roi.binning];
-        w = static_cast<uint32_t>(extent_w) >> shift.w;
-        h = static_cast<uint32_t>(extent_h) >> shift.h;
-        whole = IMX_SENSOR_W >> shift.w == static_cast<uint32_t>(extent_w) &&
-                IMX_SENSOR_H >> shift.h == static_cast<uint32_t>(extent_h);
-    }
+    roi_frame_t frame = {w, h, whole};
+    roi_frame_of(roi, IMX_SENSOR_W, IMX_SENSOR_H, &frame, __func__);
+    w = frame.w;
+    h = frame.h;
+    whole = frame.whole;
     tqcam_lens_param_t lens = {};
     {
         DrvLock lock(p->calib_lock);
