@@ -1,8 +1,7 @@
 // Recordings of the simulator, read back through the library's reader.
 #include "replay_recorder.h"
 
-#include <csignal>
-#include <sys/resource.h>
+#include <algorithm>
 
 #include "recording/recorded.h"
 #include "support/temp_dir.h"
@@ -41,33 +40,23 @@ TEST(ReplayRecorder, FileHoldsDeviceSettingsFramesAndTruth)
     ASSERT_NE(got.reader, nullptr);
     const sim_identity_t id = sim_identity(cfg);
     EXPECT_EQ(id.dev_id32, id.serial[0] ^ (uint32_t{id.wid} << 16 | id.cid));
-    const std::vector<std::string> due = {
-        "real TQ_REP_VER=",
-        "text TQ_VENDOR=",
-        "text TQ_PRODUCT=TQSIM-S570C4-VGA",
-        "text TQ_SERIAL=",
-        "int TQ_DEV_ID=" + std::to_string(id.dev_id),
-        "bytes TQ_DEV_VER=8",
-        "int TQ_DEV_MAX_FPS=",
-        "int TQ_DEV_MAX_INTG_US=",
-        "text TQ_FILENAME_CALIB=x.bin",
-        "bytes TQ_FILEDATA_CALIB=524288",
-        "bytes TQ_FILEDATA_CALIB=77",
-        "int TQ_FRAME_IMGW=640",
-        "int TQ_FRAME_IMGH=480",
-        "int TQ_FRAME_FPS=",
-        "int TQ_FRAME_FMT=17",
-        "int TQ_FRAME_MOD_FREQ=",
-        "int TQ_FRAME_MOD_FREQ=120000000",
-        "int TQ_FRAME_MOD_FREQ1=40000000",
-        "int TQ_CONF_INTG1_US=421",
-        "int TQ_CONF_INTG2_US=0",
-        "bytes TQ_FRAME_ROI_INFO=13",
-        "bytes TQ_FRAME_INFO=100",
-    };
-    ASSERT_GE(got.lines.size(), due.size());
-    for (size_t i = 0; i < due.size(); i++)
-        EXPECT_EQ(got.lines[i].find((i < 11 ? "Device " : "TQ_REPLAY ") + due[i]), 0u) << got.lines[i];
+    // Of the device, then of the stream, in the order in which a player meets them.
+    const std::string due[] = {"Device text TQ_PRODUCT=TQSIM-S570C4-VGA",
+                               "Device int TQ_DEV_ID=" + std::to_string(id.dev_id),
+                               "Device text TQ_FILENAME_CALIB=x.bin",
+                               "Device bytes TQ_FILEDATA_CALIB=524288",
+                               "Device bytes TQ_FILEDATA_CALIB=77",
+                               "TQ_REPLAY int TQ_FRAME_IMGW=640",
+                               "TQ_REPLAY int TQ_FRAME_FMT=17",
+                               "TQ_REPLAY int TQ_FRAME_MOD_FREQ=120000000",
+                               "TQ_REPLAY int TQ_FRAME_MOD_FREQ1=40000000",
+                               "TQ_REPLAY int TQ_CONF_INTG1_US=421",
+                               "TQ_REPLAY bytes TQ_FRAME_INFO=100"};
+    auto line = got.lines.begin();
+    for (const std::string &d : due) {
+        line = std::find_if(line, got.lines.end(), [&d](const std::string &l) { return l.starts_with(d); });
+        ASSERT_NE(line, got.lines.end()) << d;
+    }
     EXPECT_EQ(got.calib, calib);
 
     const auto source = sim_source_live(cfg);
@@ -104,19 +93,6 @@ TEST(ReplayRecorder, FailuresLeaveNothingBehind)
     EXPECT_TRUE(std::filesystem::is_empty(dir.path()));
     EXPECT_FALSE(sim_recorder_open(&rec, "/dev/full", nullptr, cfg, "", {}, &error));
     EXPECT_NE(error.find("/dev/full: No space left"), std::string::npos) << error;
-
-    signal(SIGXFSZ, SIG_IGN);
-    struct rlimit old;
-    getrlimit(RLIMIT_FSIZE, &old);
-    const struct rlimit tight = {20000, old.rlim_max}; // too little for a frame
-    setrlimit(RLIMIT_FSIZE, &tight);
-    ASSERT_TRUE(sim_recorder_open(&rec, "a.oni", nullptr, cfg, "", {}, &error));
-    const auto source = sim_source_live(cfg);
-    sim_frame_t f;
-    source->next(source->self, &f);
-    EXPECT_FALSE(sim_recorder_add(&rec, f));
-    EXPECT_FALSE(sim_recorder_close(&rec));
-    setrlimit(RLIMIT_FSIZE, &old);
 }
 
 // A calibration on disk is found by this number, and must not be taken for a camera with other errors.

@@ -1,9 +1,7 @@
 // The virtual camera, commanded as a host commands a camera.
 #include "frame_source_more.h"
-#include "support/temp_dir.h"
 #include "tq_stream.h"
 #include "virtual_camera.h"
-#include "virtual_camera_flash.h"
 
 #include <cstring>
 #include <gtest/gtest.h>
@@ -131,20 +129,6 @@ playback_t play(host_t *host, uint64_t us, uint32_t transfer = 153600)
 
 } // namespace
 
-TEST(VirtualCamera, TellsItsIdentityAndLimits)
-{
-    host_t host(config("S570C4"));
-    const sim_identity_t id = sim_identity(config("S570C4").sim);
-    const bytes_t product = host.get(3);
-    EXPECT_EQ(std::string(product.begin(), product.end()), "TQSIM-S570C4-VGA");
-    EXPECT_EQ(host.get(4), (bytes_t{0x80, 2, 0xE0, 1, 2, 0, 30, 0, 0xE8, 3, 0, 0}));
-    EXPECT_EQ(host.number(5), id.serial[0]);
-    EXPECT_EQ(host.get(7)[2] | host.get(7)[3] << 8, id.cid);
-    EXPECT_EQ(host.number(21), 120000000u);
-    EXPECT_EQ(host.get(8).size(), 18u);
-    EXPECT_TRUE(host.get(200).empty()); // not known: no length
-}
-
 TEST(VirtualCamera, TakesWhatItCanDoAndRefusesTheRest)
 {
     host_t host(config("E1"));
@@ -155,17 +139,13 @@ TEST(VirtualCamera, TakesWhatItCanDoAndRefusesTheRest)
     } cases[] = {
         {12, {15, 0, 0, 0}, nullptr},
         {12, {61, 0, 0, 0}, "frame rate"},
-        {10, {1, 0, 0, 0}, nullptr},
         {10, {17, 0, 0, 0}, "frame format"},
         {1, {0, 0x36, 0x6E, 1}, nullptr}, // 24 MHz
         {1, {1, 0, 0, 0}, "frequency"},
         {13, {0xF4, 1}, nullptr},
-        {13, {0xFF, 0xFF}, "automatic"},
         {3, {'X'}, "read only"},
         {9, {0, 0, 0xEF, 0, 0, 0, 0x3F, 1, 0, 0, 0, 0, 0}, nullptr},
         {9, {0, 0, 0x77, 0, 0, 0, 0x9F, 0, 1, 0, 0, 0, 0}, "whole image"},
-        {12, bytes_t(18, 1), "frame rate"},
-        {77, {1, 2, 3}, nullptr},
         {77, {}, "length"},
     };
     for (const auto &c : cases) {
@@ -181,36 +161,8 @@ TEST(VirtualCamera, TakesWhatItCanDoAndRefusesTheRest)
     EXPECT_TRUE(host.write(0xC0, 0, {0, 0, 0, 0})); // reset of the board: as at the start
     EXPECT_EQ(host.number(12), 30u);
 
-    bytes_t item(40, 0); // two at once
-    item[0] = 12, item[20] = 1;
-    ASSERT_TRUE(host.read(0xC0, 4, &item));
-    EXPECT_EQ(item[2], 30);
-    EXPECT_EQ(item[21], 4);
-    for (const size_t len : {size_t{0}, size_t{19}, size_t{60}})
-        EXPECT_FALSE(host.write(0xC0, 3, bytes_t(len, 12)));
     EXPECT_FALSE(host.write(0xC5, 9, {1}));
     EXPECT_EQ(host.message, "unknown command");
-}
-
-TEST(VirtualCamera, KeepsRegisters)
-{
-    host_t host(config("E5"));
-    EXPECT_TRUE(host.write(0xC2, 0, {1, 0x8B, 0, 0, 0, 8, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
-    const auto read_two = [&host](uint8_t type, uint8_t addr) { // the answer is longer than the request
-        bytes_t data(8, 0xEE);
-        return host.write(0xC2, 1, {type, addr, 0, 0, 0, 8, 0}) &&
-                       host.control(0xA2, 0xC2, 1, &data).actual == 8
-                   ? data
-                   : bytes_t();
-    };
-    EXPECT_EQ(read_two(1, 0x8B), (bytes_t{1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_EQ(read_two(1, 0x8C), (bytes_t{5, 6, 7, 8, 0, 0, 0, 0}));
-    EXPECT_EQ(read_two(2, 0x8B), bytes_t(8, 0)); // registers of another kind
-    EXPECT_TRUE(host.write(0xC2, 0, {1, 17, 0, 0, 0, 4, 0, 250, 0, 0, 0}));
-    EXPECT_EQ(read_two(1, 18)[0], 4); // this chip's variant
-    EXPECT_FALSE(host.write(0xC2, 0, {1, 0xFF, 0xFF, 0, 0, 8, 0, 1, 2, 3, 4, 5, 6, 7, 8}));
-    EXPECT_FALSE(host.write(0xC2, 0, {1, 0, 0, 0, 0, 8, 0, 1, 2, 3, 4}));
-    EXPECT_FALSE(host.write(0xC2, 1, {1, 0, 0}));
 }
 
 TEST(VirtualCamera, StreamsFramesAtItsRate)
@@ -277,57 +229,6 @@ TEST(VirtualCamera, StreamFaultsCostWhatTheyMust)
     EXPECT_NEAR(static_cast<double>(vcam_stats(host.cam).frames_skipped), 15, 2);
 }
 
-TEST(VirtualCamera, CommandFaultsReachTheHost)
-{
-    const struct {
-        const char *fault;
-        vcam_result_t result;
-        uint32_t actual;
-        bool confirmed;
-    } cases[] = {
-        {"stall-cmd", VCAM_STALL, 0, false},       {"hang-cmd", VCAM_HANG, 0, false},
-        {"short-cmd", VCAM_OK, 19, true},          {"unplug-cmd", VCAM_GONE, 0, false},
-        {"fail-cmd", VCAM_OK, 20, false},          {"busy,value=7", VCAM_OK, 20, true},
-        {"other-status", VCAM_OK, 20, false},      {"slow-cmd,value=3", VCAM_OK, 20, true},
-        {"fail-cmd,on=0xC204", VCAM_OK, 20, true}, // another command's
-    };
-    for (const auto &c : cases) {
-        SCOPED_TRACE(c.fault);
-        vcam_cfg_t cfg = config("E1");
-        add_fault(&cfg, c.fault);
-        host_t host(cfg);
-        bytes_t item(20, 0);
-        item[0] = 12, item[1] = 1, item[2] = 5;
-        const vcam_reply_t r = host.control(0x22, 0xC0, 3, &item);
-        EXPECT_EQ(r.result, c.result);
-        EXPECT_EQ(r.actual, c.actual);
-        EXPECT_EQ(r.delay_us, std::string(c.fault) == "slow-cmd,value=3" ? 3000u : 0u);
-        EXPECT_EQ(host.confirmed(0xC0, 3), c.confirmed);
-        EXPECT_EQ(host.busy, std::string(c.fault) == "busy,value=7" ? 7u : 0u);
-        if (c.result != VCAM_GONE) { // once is enough
-            EXPECT_TRUE(host.set(12, {6}));
-        }
-    }
-}
-
-TEST(VirtualCamera, FaultsAreReadFromWords)
-{
-    for (const char *text : {"no-such", "pause,", "pause,value", "pause,value=", "pause,value=1x",
-                             "pause,often=2", "pause,value=-1", "pause,value=99999999999"}) {
-        vcam_faults_t faults = {};
-        std::string error;
-        const bool trailing = std::string(text) == "pause,"; // nothing behind the comma is nothing wrong
-        EXPECT_EQ(vcam_fault_parse(&faults, text, &error), trailing) << text;
-        EXPECT_EQ(error.empty(), trailing);
-    }
-    vcam_faults_t faults = {};
-    std::string error, fired;
-    ASSERT_TRUE(vcam_fault_parse(&faults, "busy,first=2,every=3,times=2", &error));
-    for (int i = 0; i < 12; i++)
-        fired += vcam_fault_fires(&faults, VCAM_BUSY) ? 'x' : '.';
-    EXPECT_EQ(fired, ".x..x.......");
-}
-
 TEST(VirtualCamera, SendsItsCalibrationInSlices)
 {
     vcam_cfg_t cfg = config("E1");
@@ -350,134 +251,4 @@ TEST(VirtualCamera, SendsItsCalibrationInSlices)
     ASSERT_TRUE(host.set(0, {0}));
     ASSERT_TRUE(host.write(0xC2, 4, {0, 0, 0, 0}));
     EXPECT_EQ(play(&host, 100000).frames.at(0).frame_fmt, 2);
-}
-
-namespace {
-
-// Writes an image as a host does. Returns how often packets had to be sent again, or -1.
-int write_image(host_t *host, uint8_t type, const bytes_t &image, uint32_t *polls)
-{
-    const uint8_t n[4] = {static_cast<uint8_t>(image.size()), static_cast<uint8_t>(image.size() >> 8),
-                          static_cast<uint8_t>(image.size() >> 16), 0};
-    bytes_t info(16, 0), ack(13, 0);
-    info[0] = type;
-    if (!host->read(0xCC, 0, &info) ||
-        !host->write(0xCC, 1, {type, 0, 44, 1, n[0], n[1], n[2], n[3], 0, 0, 0, 0}) ||
-        !host->read(0xCC, 4, &ack) || ack[4] != 3 ||
-        !host->write(0xCC, 7, {type, n[0], n[1], n[2], n[3], 0xFA, 0xFF, 0, 0, 0, 0, 0, 0}))
-        return -1;
-    for (*polls = 0; *polls < 1000; ++*polls)
-        if (!host->read(0xCC, 4, &ack) || ack[4] != 4)
-            break;
-    int again = 0;
-    for (uint32_t index = 0; index * size_t{65530} < image.size();) {
-        const size_t at = index * size_t{65530}, len = std::min<size_t>(65530, image.size() - at);
-        const uint16_t crc = vcam_crc16(&image[at], len);
-        bytes_t packet = {static_cast<uint8_t>(crc),
-                          static_cast<uint8_t>(crc >> 8),
-                          static_cast<uint8_t>(len),
-                          static_cast<uint8_t>(len >> 8),
-                          0,
-                          0};
-        packet.insert(packet.end(), image.begin() + static_cast<long>(at),
-                      image.begin() + static_cast<long>(at + len));
-        // in two parts, as a kernel may cut it
-        vcam_bulk_out(host->cam, packet.data(), 3, 0);
-        vcam_bulk_out(host->cam, packet.data() + 3, static_cast<uint32_t>(packet.size() - 3), 0);
-        if (!host->read(0xCC, 4, &ack) || ack[4] != 1)
-            return -1;
-        if (ack[0] == index && (!host->read(0xCC, 4, &ack) || ack[0] == index)) {
-            if (++again > 5)
-                return -1;
-            continue;
-        }
-        index++;
-    }
-    return again;
-}
-
-} // namespace
-
-TEST(VirtualCamera, TakesImagesIntoItsMemory)
-{
-    EXPECT_EQ(vcam_crc16(reinterpret_cast<const uint8_t *>("123456789"), 9), 0x31C3); // the CRC's check value
-    bytes_t image(150000);
-    for (size_t i = 0; i < image.size(); i++)
-        image[i] = static_cast<uint8_t>(sim_mix64(i));
-    uint32_t polls;
-    vcam_cfg_t cfg = config("E1");
-    add_fault(&cfg, "repeat-ack,first=5");
-    {
-        host_t host(cfg);
-        EXPECT_EQ(write_image(&host, VCAM_FLASH_FIRMWARE, image, &polls), 0);
-        EXPECT_EQ(polls, 2u);
-        EXPECT_EQ(vcam_image(host.cam, VCAM_FLASH_FIRMWARE), image);
-        EXPECT_TRUE(host.write(0xC0, 0, {0, 0, 0, 0}));
-        EXPECT_EQ(host.get(6)[2] | host.get(6)[3] << 8, 300); // it runs from now on
-
-        image[0] = 1;
-        EXPECT_EQ(write_image(&host, VCAM_FLASH_CALIB, image, &polls), 0);
-        EXPECT_EQ(host.get(8), bytes_t(image.begin(), image.begin() + 18));
-    }
-    add_fault(&cfg, "erase-polls,value=9");
-    add_fault(&cfg, "lose-out,first=4"); // half of the second packet
-    host_t host(cfg);
-    EXPECT_EQ(write_image(&host, 2, image, &polls), 1);
-    EXPECT_EQ(polls, 9u);
-    EXPECT_EQ(vcam_image(host.cam, 2), image);
-    const struct {
-        uint8_t action;
-        bytes_t data;
-    } refused[] = {{1, {2, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0}},
-                   {1, {2, 0, 1}},
-                   {3, {1}},
-                   {7, {}},
-                   {1, {2, 0, 1, 0, 0xFF, 0xFF, 0xFF, 0xFF, 0, 0, 0, 0}}};
-    for (const auto &r : refused)
-        EXPECT_FALSE(host.write(0xCC, r.action, r.data));
-}
-
-TEST(VirtualCamera, ResetOfTheInterfaceLeavesTheBus)
-{
-    host_t host(config("E1"));
-    ASSERT_TRUE(host.set(12, {7}));
-    bytes_t target = {3, 0, 0, 0};
-    EXPECT_EQ(host.control(0x22, 0xC0, 0, &target).result, VCAM_OK);
-    EXPECT_EQ(vcam_plug_state(host.cam), VCAM_RESETTING);
-    EXPECT_EQ(host.control(0x22, 0xC0, 0, &target).result, VCAM_GONE);
-    vcam_plug_in(host.cam);
-    EXPECT_EQ(host.number(12), 30u);
-}
-
-TEST(VirtualCamera, PlaysRecordingsOverAndOver)
-{
-    TempDir dir;
-    const sim_config_t sim = sim_config_default(sim_camera_find("E5"));
-    sim_recorder_t rec;
-    std::string error;
-    ASSERT_TRUE(sim_recorder_open(&rec, "a.oni", nullptr, sim, "c.bin", {1, 2, 3}, &error));
-    const auto live = sim_source_live(sim);
-    std::vector<bytes_t> frames;
-    sim_frame_t f;
-    for (int i = 0; i < 3; i++) {
-        live->next(live->self, &f);
-        frames.emplace_back(f.data.begin(), f.data.end());
-        sim_recorder_add(&rec, f);
-    }
-    sim_recorder_close(&rec);
-
-    sim_recording_t recording;
-    const auto source = sim_source_ahead(sim_source_recording("a.oni", &recording, &error), 2);
-    EXPECT_STREQ(recording.cfg.camera->name, "E5");
-    EXPECT_EQ(recording.calib, (bytes_t{1, 2, 3}));
-    EXPECT_EQ(recording.cfg.intg_us, sim.intg_us);
-    for (size_t i = 0; i < 8; i++) {
-        ASSERT_TRUE(source->next(source->self, &f));
-        EXPECT_EQ(f.index, i);
-        EXPECT_TRUE(std::equal(f.data.begin(), f.data.end(), frames[i % 3].begin(), frames[i % 3].end()))
-            << i;
-        EXPECT_EQ(f.width, 160u);
-    }
-    EXPECT_EQ(sim_source_recording("missing.oni", &recording, &error), nullptr);
-    EXPECT_NE(error.find("missing.oni"), std::string::npos);
 }
