@@ -90,17 +90,3 @@ TEST(CalibRender, UndoesTheDefectsInEveryForm)
         }
     }
 }
-
-TEST(CalibTool, FollowsTwoDistancesATurnApart)
-{
-    TempDir dir;
-    tiny_camera_t cam(8, 6);
-    cam.spread();
-    calib_blk_info_t info = cam.info();
-    info.scale = 30000;
-    info.ref_is_z = 1;
-    result_t res;
-    ASSERT_EQ(load_images(info, cam.steps(6, {1000, 4000}, 30000, 30000), &res, 150, 142, {3.5, 2.5, 50, 50}),
-              12000000);
-    _expect_tools_planes(res);
-}

@@ -83,81 +83,6 @@ TEST(DrnuCalc, FollowsTurnsStepsAndScales)
     EXPECT_NEAR(res.slope_k, 1000, 3);
 }
 
-TEST(DrnuCalc, RepairsOlderFiles)
-{
-    TempDir dir;
-    tiny_camera_t cam(320, 240);
-    for (uint32_t p = 0; p < 320 * 240; p++)
-        cam.offset[p] = 20 * static_cast<float>(p / 320 % 5 + p % 7);
-    for (auto [ver, blk_ver] : {std::pair{149, 141}, {149, 142}, {150, 141}}) {
-        SCOPED_TRACE(testing::Message() << ver << "/" << blk_ver);
-        std::vector<sim_calib_ref_t> refs;
-        for (int i = 0; i < 3; i++) {
-            // One distance and steps that weren't recorded, or a distance an image.
-            refs.push_back(cam.ref(500, static_cast<uint8_t>(i)));
-            refs[i].ref_um = 500000 + 300000 * i;
-            refs[i].nc = 0;
-            std::vector<uint16_t> &img = refs[i].phase, sorted = img;
-            if (blk_ver < 142) // from top to bottom; cam counts rows as they leave the sensor
-                for (int row = 0; row < 240; row++)
-                    std::copy_n(&sorted[320 * (row < 120 ? 238 - 2 * row : 2 * (row - 120) + 1)], 320,
-                                &img[320 * row]);
-            if (ver < 150) // a pixel early in each pair of rows
-                for (int pair = 0; pair < 120; pair++)
-                    std::memmove(&img[640 * pair], &img[640 * pair + 1], 2 * 639);
-        }
-        calib_blk_info_t info = cam.info();
-        info.ref_cm = 50;
-        result_t res;
-        ASSERT_EQ(load_images(info, refs, &res, ver, blk_ver), 12000000);
-        int off = 0;
-        for (int p = 0; p < 320 * 240; p++)
-            off += std::abs(res.planes[320 * 240 + p] - cam.offset[p]) > 6;
-        // The pixel that the repair doubles at each pair's begin stays wrong.
-        EXPECT_LE(off, ver < 150 ? 120 : 0);
-        EXPECT_NEAR(res.slope_k, 1000, 2);
-    }
-}
-
-TEST(DrnuCalc, TurnsDepthsIntoRays)
-{
-    TempDir dir;
-    tiny_camera_t ray(8, 6);
-    const sim_calib_pinhole_t lens{3.5, 2.5, 5, 5};
-    std::vector<sim_calib_ref_t> refs;
-    for (double z = 500; z <= 4000; z += 500) {
-        for (uint32_t p = 0; p < 48; p++)
-            ray.offset[p] = static_cast<float>(
-                z - z * std::hypot(1, (p % 8 - lens.cx) / lens.fx, (p / 8 - lens.cy) / lens.fy));
-        refs.push_back(ray.ref(z));
-    }
-    for (uint8_t is_z : {0, 1}) {
-        calib_blk_info_t info = ray.info();
-        info.ref_is_z = is_z;
-        result_t res;
-        ASSERT_EQ(load_images(info, refs, &res, 150, 142, lens), 12000000);
-        EXPECT_NEAR(res.planes[0], is_z ? 1 : 0.75, 0.05); // the corner's ray is a third longer
-    }
-}
-
-TEST(DrnuCalc, FindsThePeriodicError)
-{
-    TempDir dir;
-    tiny_camera_t cam(8, 6);
-    std::vector<sim_calib_ref_t> refs;
-    for (int d = 300; d <= 12000; d += 300) {
-        // What the sensor shows is late by 20 mm * sin(4 waves + 0.7): the correction adds it.
-        refs.push_back(cam.ref(d - 20 * std::sin(8 * M_PI * d / cam.range() + 0.7)));
-        refs.back().ref_um = d * 1000;
-    }
-    result_t res;
-    ASSERT_EQ(load_images(cam.info(), refs, &res), 12000000);
-    EXPECT_NEAR(res.amp, 20, 1); // the line takes a little of it
-    EXPECT_NEAR(res.pha, 0.7, 0.05);
-    EXPECT_NEAR(res.omega, 8 * M_PI / cam.range(), 1e-7);
-    EXPECT_NEAR(res.ofs, 0, 0.5);
-}
-
 TEST(DrnuCalc, RefusesWhatMakesNoSense)
 {
     struct {
@@ -198,29 +123,6 @@ TEST(DrnuCalc, RefusesWhatMakesNoSense)
         EXPECT_EQ(payload, before);
         EXPECT_FALSE(res.planes);
     }
-    in.info.scale = 0; // can't come from a file
-    EXPECT_DEATH(calib_drnu_result_calc(&in, &res), "");
-}
-
-TEST(DrnuCalc, LivesWithPoorData)
-{
-    // Two equal images, noise, one value all over: no line anywhere, and still a result.
-    TempDir dir;
-    tiny_camera_t cam(8, 6);
-    uint32_t seed = 1;
-    for (int kind = 0; kind < 3; kind++) {
-        std::vector<sim_calib_ref_t> refs = cam.walls(kind == 0 ? 2 : 6);
-        for (auto &ref : refs) {
-            for (auto &v : ref.phase)
-                v = static_cast<uint16_t>(kind != 1 ? 450 * (2 - kind)
-                                                    : (seed = seed * 1664525 + 1013904223) >> 16);
-            if (kind == 2)
-                ref.ref_um = INT32_MIN;
-        }
-        result_t res;
-        EXPECT_EQ(load_images(cam.info(), refs, &res), 12000000);
-        EXPECT_TRUE(std::isfinite(res.amp) && std::isfinite(res.pha) && std::isfinite(res.ofs));
-    }
 }
 
 static void _number(result_t &res, uint32_t w, uint32_t h)
@@ -232,43 +134,6 @@ static void _number(result_t &res, uint32_t w, uint32_t h)
     res.planes = static_cast<float *>(std::calloc(2 * w * h, sizeof(float)));
     for (uint32_t i = 0; i < 2 * w * h; i++)
         res.planes[i] = static_cast<float>(i * i % 977);
-}
-
-TEST(DrnuRoi, AveragesBins)
-{
-    const uint32_t cols[] = {1, 2, 4, 8, 2}, rows[] = {1, 2, 4, 8, 4};
-    const calib_roi_t rois[] = {
-        {0, 23, 0, 31, 0, {}}, {3, 18, 2, 17, 0, {1, 2, 3, 4}}, {8, 15, 8, 23, 0, {}}};
-    for (uint8_t binning = 0; binning < 5; binning++) {
-        for (calib_roi_t roi : rois) {
-            result_t res, full;
-            _number(res, 32, 24);
-            _number(full, 32, 24);
-            roi.binning = binning;
-            ASSERT_TRUE(calib_drnu_result_apply_roi(&res, &roi));
-            const uint32_t bin = cols[binning] * rows[binning];
-            for (uint32_t plane = 0; plane < 2; plane++) {
-                const float *out = res.planes + plane * (32 * 24 / bin);
-                for (uint32_t r = roi.srow; r <= roi.erow; r += rows[binning])
-                    for (uint32_t c = roi.scol; c <= roi.ecol; c += cols[binning]) {
-                        float sum = 0;
-                        for (uint32_t i = 0; i < bin; i++)
-                            sum += full.planes[plane * 32 * 24 + (r + i / cols[binning]) * 32 + c +
-                                               i % cols[binning]];
-                        EXPECT_EQ(*out++, sum / static_cast<float>(bin));
-                    }
-            }
-            EXPECT_EQ(std::memcmp(&res.roi, &roi, sizeof(roi)), 0);
-            EXPECT_EQ(calib_result_freq(&res, &roi), 5u);
-            // A second time only the same part will do, and then nothing moves.
-            const float first = res.planes[1];
-            EXPECT_TRUE(calib_drnu_result_apply_roi(&res, &roi));
-            EXPECT_EQ(res.planes[1], first);
-            roi.ecol--;
-            EXPECT_FALSE(calib_drnu_result_apply_roi(&res, &roi));
-            EXPECT_EQ(calib_result_freq(&res, &roi), 0u);
-        }
-    }
 }
 
 TEST(DrnuRoi, StaysInsideTheImage)

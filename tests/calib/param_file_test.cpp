@@ -24,10 +24,10 @@ static bytes_t _small_file(uint8_t ver)
     return sim_calib_file_bytes(file);
 }
 
-static bool _opens(const bytes_t &bytes, tqcam_param_t *param, const std::string &name = "calib.bin")
+static bool _opens(const bytes_t &bytes, tqcam_param_t *param)
 {
-    EXPECT_TRUE(sim_calib_save(name, bytes));
-    return tqcam_param_open_file(param, name.c_str());
+    EXPECT_TRUE(sim_calib_save("calib.bin", bytes));
+    return tqcam_param_open_file(param, "calib.bin");
 }
 
 // What each generation of file holds is listed; a file is refused wherever it is cut, whatever sizes it
@@ -87,19 +87,13 @@ TEST(ParamFile, SaysWhatIsWrong)
         bool left_open;
     } cases[] = {
         {150, [](auto &h) { h.magic = 1000; }, "[_param_verify]wrong magic id (ver=150): 0x3e8\n", false},
-        {139, [](auto &h) { h.magic = TQ_PARAM_MAGIC; }, "wrong magic id (ver=139)", false},
         {150, [](auto &h) { h.ver = 139; }, "wrong magic id (ver=139)", false},
-        {150, [](auto &h) { _set_lens(h, 15.9, 0, 0); }, "", false}, // a lens without name doesn't count
-        {150, [](auto &h) { _set_lens(h, 16, 1024, 1); }, "", false},
         {150, [](auto &h) { _set_lens(h, 100, 1024.1, 1); },
          "wrong range for lens param: cx/cy=100.0/1024.1, name=", false},
         {150, [](auto &h) { _set_lens(h, NAN, 100, 64); }, "wrong range for lens param: cx/cy=nan", false},
-        {150, [](auto &h) { h.blk_cnt = 100; }, "too much param blks: 100\n", false},
         {150, [](auto &h) { h.blk_cnt = -1; }, "too much param blks: -1\n", false},
         {150, [](auto &h) { h.blk_size = 14; }, "wrong blk total size: 14,max blk size is 1073741824\n",
          false},
-        {150, [](auto &h) { h.blk_size = 0x40000001; }, "wrong blk total size: 1073741825", false},
-        {150, [](auto &h) { h.blk_size = 0; }, "", false}, // not stated
         {150, [](auto &h) { h.blk_cnt = 4; }, "[tqcam_param_open_file]read par_dev_hdr failed", false},
         {139, [](auto &h) { h.blk_cnt = 3; }, "[tqcam_param_open_file]read blk_unit_hdr failed", false},
         {150, [](auto &h) { h.blk_size = 70021; }, "param blks size wrong: size=70022 (expect 70021)\n",
@@ -131,15 +125,6 @@ TEST(ParamFile, SaysWhatIsWrong)
     bytes[1202] = 3;
     EXPECT_FALSE(_opens(bytes, &param));
     EXPECT_TRUE(log.has("wrong blk unit type: 3\n"));
-
-    // A name that doesn't fit the record is found out last, with the stream open.
-    const std::string fits = "./" + std::string(125, 'n');
-    EXPECT_TRUE(_opens(_small_file(150), &param, fits));
-    tqcam_param_close(&param);
-    EXPECT_FALSE(_opens(_small_file(150), &param, fits + "n"));
-    EXPECT_TRUE(log.has("param filename too long: len=128\n"));
-    ASSERT_TRUE(param.fp);
-    fclose(param.fp);
 }
 
 TEST(LensText, TakesTheLastTwoNumbersForTheSize)
@@ -159,14 +144,10 @@ TEST(LensText, TakesTheLastTwoNumbersForTheSize)
         {"1 2 3 4" + halves + " 320 240 99 98 97", 14, 320, 240}, // the surplus is not read
         {many, 14, 7, 7},
         {"", -1, 0, 0},
-        {"1 2 3 4 320", -1, 0, 0},
-        {"1 2 3 4 320.5 240", -1, 0, 0},
         {"1 2 3 4 320 0.99", -1, 0, 0},
-        {"1 2 3 4 -320 240", -1, 0, 0},
         {"1 2 3 4 1e12 240", -1, 0, 0},
         {"1 2 3 4 nan 240", -1, 0, 0},
         {"a lens of glass", -1, 0, 0}, // words stand for zeros without end
-        {std::string(100000, '9'), -1, 0, 0},
     };
     TempDir dir;
     const auto read = [](const std::string &text, tqcam_lens_param_t *lens) {

@@ -108,30 +108,3 @@ TEST(Replay, DeliversEveryFrameOnceAndEnds)
     EXPECT_EQ(p.error, TQCAM_ERR_CAP_EOF);
     EXPECT_TRUE(p.ended);
 }
-
-TEST(Replay, LoopsAndSeeks)
-{
-    TempDir dir;
-    LogCapture log;
-    sim_config_t cfg = wall_before("E5", 1000, 2);
-    cfg.fps = 50;
-    record_camera("a.oni", cfg, 3);
-    tqcam_dev_t *dev = start_replay("a.oni", true);
-    ASSERT_NE(dev, nullptr);
-    std::vector<uint8_t> raw(1 << 20);
-    std::vector<int> seen;
-    tqcam_frame_t frame;
-    while (seen.size() < 7 && tqcam_cap_get_frames(dev, 1, raw.data(), 1 << 20, &frame) == 1)
-        seen.push_back(frame.frame_info.frame_idx);
-    EXPECT_EQ(seen, (std::vector<int>{1, 2, 3, 1, 2, 3, 1}));
-    tqcam_param_item_t step = {TQCAM_PARAM_FPS, 4, {0}}; // a frame a call from here on
-    EXPECT_TRUE(tqcam_param_batch_set(dev, &step, 1));
-    while (tqcam_cap_get_frame(dev, raw.data(), 1 << 20, nullptr) > 0 ||
-           (std::this_thread::sleep_for(std::chrono::milliseconds(50)),
-            tqcam_cap_get_frame(dev, raw.data(), 1 << 20, nullptr) > 0)) {
-    }
-    EXPECT_EQ(tqcam_cap_seek_frame(dev, 1, 0), 1);
-    EXPECT_EQ(tqcam_cap_get_frames(dev, 1, raw.data(), 1 << 20, &frame), 1);
-    EXPECT_EQ(frame.frame_info.frame_idx, 2); // the one after
-    tqcam_dev_close(dev);
-}

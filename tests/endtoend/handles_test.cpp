@@ -27,36 +27,6 @@ struct Handles : ::testing::Test {
 };
 } // namespace
 
-TEST_F(Handles, AnOpenReplayOpensAnew)
-{
-    tqcam_dev_t *dev = start_replay("a.oni", true);
-    ASSERT_NE(dev, nullptr);
-    EXPECT_EQ(tqcam_dev_open(dev), dev); // the library's own handle and its path survive
-    EXPECT_FALSE(tqcam_cap_is_ongoing(dev));
-    tqcam_cap_cfg_t cfg = {};
-    cfg.cache_frames_cnt = 10;
-    cfg.file_loop = 1;
-    EXPECT_TRUE(tqcam_cap_config_set(dev, &cfg));
-    EXPECT_TRUE(tqcam_cap_start(dev));
-    EXPECT_EQ(decode_one(dev), 9600);
-    tqcam_dev_close(dev);
-}
-
-TEST_F(Handles, OfTheCallersOwn)
-{
-    tqcam_dev_t dev = {};
-    dev.inited = 1;
-    dev.address.if_type = TQCAM_IF_FILE;
-    dev.address.file.path = strdup("a.oni");
-    EXPECT_EQ(tqcam_dev_open(&dev), &dev);
-    tqcam_dev_close(&dev);
-    EXPECT_EQ(dev.address.file.path, nullptr); // went with the device
-    EXPECT_EQ(tqcam_dev_open(&dev), nullptr);
-    dev.address.file.path = strdup("a.oni");
-    EXPECT_EQ(tqcam_dev_open(&dev), &dev);
-    tqcam_dev_close(&dev);
-}
-
 // A row of the driver table serves one device: a second of the same chip takes it over, and whoever goes
 // first must not take it from under the other.
 TEST_F(Handles, TwoOfOneChip)

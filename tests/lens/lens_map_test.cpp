@@ -116,27 +116,6 @@ TEST(LensMap, FollowsTheModel)
             ASSERT_NE(m.map[j * 320 + i], TQ_CALIB_LEN_NO_SOURCE) << i << "," << j;
 }
 
-TEST(LensMap, WhichCoefficientsCount)
-{
-    const std::vector<double> all = {-0.3, 0.1, 0.001, -0.001, -0.02, 0.01, 0.004, 0.002};
-    const auto with = [&](int n, size_t kept) {
-        auto c = all;
-        for (size_t i = kept; i < c.size(); i++)
-            c[i] = 0;
-        auto l = lens_of(64, 48, c);
-        l.n_dcoef = n;
-        const Map m(l);
-        return std::vector<uint32_t>(m.map, m.map + m.n);
-    };
-    EXPECT_EQ(with(0, 8), with(8, 8)) << "a count of 0 is made good";
-    EXPECT_EQ(with(0, 5), with(5, 8)) << "up to the first zero";
-    EXPECT_EQ(with(100, 8), with(8, 8));
-    EXPECT_EQ(with(-3, 8), with(-1, 8));
-    EXPECT_NE(with(4, 8), with(8, 8));
-    // With two counted the rectangles see k1 and k2 alone, the map also p1 and p2.
-    EXPECT_NE(with(2, 8), with(2, 2));
-}
-
 TEST(LensMap, HostileLenses)
 {
     LogCapture log;
@@ -253,19 +232,4 @@ TEST(LensMap, ExchangedWhileInUse)
     stop = true;
     reader.join();
     tq_calib_len_uninit_map(&m);
-}
-
-// The driver changes its lens with every region of interest.
-TEST(LensMap, Updates)
-{
-    tq_calib_len_map_t m = {};
-    const auto small = lens_of(16, 8, {}), large = lens_of(32, 24, {-0.2});
-    tq_calib_len_update_map(&m, &small);
-    EXPECT_EQ(m.n, 128);
-    tq_calib_len_update_map(&m, &large);
-    EXPECT_EQ(m.n, 768);
-    EXPECT_EQ(m.w, 32);
-    tq_calib_len_uninit_map(&m);
-    tq_calib_len_uninit_map(&m);
-    EXPECT_EQ(m.map, nullptr);
 }

@@ -73,19 +73,6 @@ sim_config_t ideal(sim_scene_kind_t scene, double mm)
 
 } // namespace
 
-TEST(RawE, TwoIntegrationTimesChangeByRowPairs)
-{
-    sim_config_t cfg = ideal(SIM_SCENE_DOME, 2000);
-    cfg.defects.fixed_amp = 1600;
-    cfg.intg2_us = cfg.intg_us / 4;
-    const auto source = sim_source_live(cfg);
-    sim_frame_t f;
-    ASSERT_TRUE(source->next(source->self, &f));
-    const decoded_t d = decode(f, false); // rows as they leave the sensor
-    for (uint32_t r = 0; r < f.height; r++)
-        EXPECT_NEAR(d.amp[r * f.width], r % 4 < 2 ? 1600 : 400, 2) << r;
-}
-
 TEST(RawE, EachDefectShowsByItself)
 {
     const auto run = [](void (*change)(sim_config_t *)) {
