@@ -11,10 +11,10 @@ using calls_t = std::vector<std::string>;
 struct Capture : ::testing::Test {
     Capture()
     {
-        cam.set_u32(TQCAM_PARAM_FPS, 30);
-        cam.set_u32(TQCAM_PARAM_FORMAT, 0x82); // only the low seven bits are the format
-        cam.set_u32(TQCAM_PARAM_MOD_FREQ, 12);
-        cam.set_u32(TQCAM_PARAM_DUAL_FREQ, 60, 50);
+        cam.set_words(TQCAM_PARAM_FPS, {30});
+        cam.set_words(TQCAM_PARAM_FORMAT, {0x82}); // only the low seven bits are the format
+        cam.set_words(TQCAM_PARAM_MOD_FREQ, {12});
+        cam.set_words(TQCAM_PARAM_DUAL_FREQ, {60, 50});
         cam.params[TQCAM_PARAM_INTG1] = {100, 0, 9, 9};
         cam.params[TQCAM_PARAM_INTG2] = {50, 0, 9, 9};
         EXPECT_NE(cam.open(), nullptr);
@@ -47,7 +47,7 @@ TEST_F(Capture, StartReadsBackAndTellsTheDriver)
     EXPECT_EQ(cam.priv()->intg2_us, 50u);
     EXPECT_TRUE(tqcam_cap_is_ongoing(&cam.dev));
 
-    cam.set_u32(TQCAM_PARAM_FORMAT, 14);
+    cam.set_words(TQCAM_PARAM_FORMAT, {14});
     cam.params[TQCAM_PARAM_INTG1] = {1, 0, 1, 0, 0, 0, 0, 0};
     EXPECT_TRUE(tqcam_cap_start(&cam.dev)); // a running one is stopped first
     EXPECT_EQ(cam.calls.take(), (calls_t{"link.stop", "drv.cap 0", "link.get 6", "drv.intg 65537 0",

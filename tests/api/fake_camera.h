@@ -9,14 +9,11 @@
 #include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
-#include <map>
 #include <mutex>
 #include <string>
 #include <vector>
 
-#include "api/device.h"
-#include "drivers/driver.h"
-#include "link/link_ops.h"
+#include "support/link_camera.h"
 
 // What happened, in order: "link.open", "drv.fps 30".
 class CallLog {
@@ -42,12 +39,11 @@ class CallLog {
     std::vector<std::string> calls_;
 };
 
-struct FakeCamera {
+struct FakeCamera : camera_params_t {
     // What the link and the driver answer.
     bool open_ok = true, start_ok = true, stop_ok = true, get_ok = true, set_ok = true, init_ok = true;
-    int slow_rounds = 0;       // so often the camera comes up at low speed
-    bool reset_reopens = true; // a reset leaves the link open
-    std::map<int, std::vector<uint8_t>> params;
+    int slow_rounds = 0;         // so often the camera comes up at low speed
+    bool reset_reopens = true;   // a reset leaves the link open
     std::atomic<int> consume{0}; // so many frames are the driver's own (0xDCBA)
     int need_data = 0;           // result of frame_need_data
     int calib_result = 0;        // of drv_calib_load
@@ -60,15 +56,11 @@ struct FakeCamera {
     std::atomic<tqcam_ll_rx_cb_t> rx{nullptr}; // of the run; its argument is the handle
     tqcam_dev_t dev = {};
 
-    FakeCamera()
+    FakeCamera() : camera_params_t("XX-E1-YY")
     {
         current = this;
-        set_text(TQCAM_PARAM_VENDOR, "maker");
-        set_text(TQCAM_PARAM_PRODUCT, "XX-E1-YY");
-        params[TQCAM_PARAM_SERIAL] = {1, 0, 0, 0, 2, 0, 0, 0, 4, 0, 0, 0};
+        set_words(TQCAM_PARAM_SERIAL, {1, 2, 4});
         params[TQCAM_PARAM_VERSION] = {1, 0, 2, 0, 3, 0, 4, 0};
-        params[TQCAM_PARAM_CHIP_ID] = {5, 0, 6, 0, 7, 0};
-        params[TQCAM_PARAM_LIMITS] = {64, 1, 240, 0, 2, 0, 60, 0, 220, 5, 0, 0}; // 320 x 240, 60 fps, 1500 us
         params[TQCAM_PARAM_CALIB_INFO].assign(18, 0);
     }
     ~FakeCamera()
@@ -97,14 +89,6 @@ struct FakeCamera {
     }
     tqcam_dev_priv_t *priv() { return dev.priv; }
     const tqcam_drv_t *row() const { return row_; }
-    void set_text(int id, const std::string &text) { params[id].assign(text.begin(), text.end()); }
-    void set_u32(int id, uint32_t value, uint32_t second = 0)
-    {
-        params[id].assign(8, 0);
-        memcpy(params[id].data(), &value, 4);
-        memcpy(params[id].data() + 4, &second, 4);
-        params[id].resize(id == TQCAM_PARAM_DUAL_FREQ ? 8 : 4);
-    }
 
     // An event of the link's event thread.
     void event(int32_t code, const void *data = nullptr, uint32_t len = 0)
@@ -231,12 +215,8 @@ inline const tqcam_ll_ops_t FakeCamera::link_ops = {
     .param_get =
         [](tqcam_ll_dev_t *, tqcam_ll_param_t *items, int count) {
             fake_note("link.get %d", count);
-            for (int i = 0; i < count && current->get_ok; i++) {
-                const auto &value = current->params[items[i].id];
-                memset(items[i].value, 0, sizeof(items[i].value));
-                items[i].len = static_cast<uint8_t>(value.size());
-                std::copy_n(value.begin(), std::min(value.size(), sizeof(items[i].value)), items[i].value);
-            }
+            for (int i = 0; i < count && current->get_ok; i++)
+                current->answer(&items[i]);
             return current->get_ok;
         },
 };

@@ -14,7 +14,7 @@ using calls_t = std::vector<std::string>;
 struct Retrieval : ::testing::Test {
     Retrieval()
     {
-        cam.set_u32(TQCAM_PARAM_FPS, 20);
+        cam.set_words(TQCAM_PARAM_FPS, {20});
         EXPECT_NE(cam.open(), nullptr);
         start();
     }

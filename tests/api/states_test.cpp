@@ -14,7 +14,7 @@ const char *const state_names[STATES] = {"NULL", "listed", "opened", "idle", "ca
 struct InState {
     explicit InState(int state)
     {
-        cam.set_u32(TQCAM_PARAM_FPS, 1000);
+        cam.set_words(TQCAM_PARAM_FPS, {1000});
         cam.decode = [](void *dst, uint32_t size, int) {
             memset(dst, 1, size);
             return static_cast<int>(size);

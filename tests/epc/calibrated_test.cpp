@@ -3,9 +3,9 @@
 #include <gtest/gtest.h>
 #include <random>
 
-#include "calib_file.h"
 #include "drivers/common/phase.h"
 #include "epc_camera.h"
+#include "support/calib_blocks.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -119,9 +119,7 @@ TEST_F(EpcCalibrated, TemperatureCorrection)
 
 TEST_F(EpcCalibrated, EachPixelByItsLine)
 {
-    tqcam_filter_arg_t a = {};
-    a.offset.mm = 25;
-    cam.enable(TQCAM_FILTER_OFFSET, a);
+    cam.enable(TQCAM_FILTER_OFFSET, 25);
     EXPECT_TRUE(cam.enable(TQCAM_FILTER_PIXEL_CALIB));
     for (const float scale : {1.0f, 1.03f}) {
         cam.set_sys_calib(scale, -60);

@@ -3,12 +3,12 @@
 #include <random>
 #include <thread>
 
-#include "calib_file.h"
 #include "drivers/common/amp_kernels.h"
 #include "drivers/common/fast_sqrt.h"
 #include "drivers/common/phase.h"
 #include "epc_camera.h"
 #include "frame_source.h"
+#include "support/calib_blocks.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -30,13 +30,6 @@ std::vector<uint16_t> noise(size_t n, uint32_t lo = 0, uint32_t hi = 4095, uint3
         s = static_cast<uint16_t>(lo + rng() % (hi - lo + 1));
     return v;
 }
-tqcam_filter_arg_t arg(uint16_t value)
-{
-    tqcam_filter_arg_t a = {};
-    a.value = value;
-    return a;
-}
-
 struct EpcDecode : ::testing::Test {
     TempDir dir;
     LogCapture log;
@@ -109,9 +102,7 @@ TEST_F(EpcDecode, InvalidSamplesAndOffset)
     cam.disable(TQCAM_FILTER_MIN_AMP);
     std::vector<uint16_t> raw = flat(4, 4, 500, 0);
     raw[5] = 1; // plane 0 of raw row 1, column 1: image row 2
-    tqcam_filter_arg_t a = {};
-    a.offset.mm = -9;
-    cam.enable(TQCAM_FILTER_OFFSET, a);
+    cam.enable(TQCAM_FILTER_OFFSET, static_cast<uint16_t>(-9));
     const tqcam_frame_info_t info = EpcCamera::info(2, 4, 4, 4);
     for (const int kind : {DRV_KIND_RAW, DRV_KIND_DIST}) {
         const std::vector<uint16_t> image = cam.decode(kind, raw, info);
@@ -163,11 +154,9 @@ TEST_F(EpcDecode, FilterChain)
     const std::vector<uint16_t> raw = noise(4 * 76800, 1700, 2400);
     const std::vector<uint16_t> bare = cam.decode(DRV_KIND_RAW, raw, info);
     const uint32_t *amp = p->amp_buf.as<uint32_t>();
-    tqcam_filter_arg_t denoise = {};
-    denoise.denoise = {240, 40};
     for (const int on : {0, 1, 2, 3}) {
-        (on & 1) ? cam.enable(TQCAM_FILTER_DENOISE, denoise) : cam.disable(TQCAM_FILTER_DENOISE);
-        (on & 2) ? cam.enable(TQCAM_FILTER_FLY_PIXEL, arg(12)) : cam.disable(TQCAM_FILTER_FLY_PIXEL);
+        (on & 1) ? cam.enable(TQCAM_FILTER_DENOISE, 240 | 40 << 8) : cam.disable(TQCAM_FILTER_DENOISE);
+        (on & 2) ? cam.enable(TQCAM_FILTER_FLY_PIXEL, 12) : cam.disable(TQCAM_FILTER_FLY_PIXEL);
         std::vector<uint16_t> a = bare, b(a.size());
         if (on & 1) {
             tq_bpf2d_iir(&p->bpf.bpf, b.data(), a.data(), 320, 240);
@@ -212,7 +201,7 @@ TEST_F(EpcDecode, HysteresisBetweenFrames)
     EXPECT_EQ(p->hyst_state.data, nullptr);
     EXPECT_EQ(cam.decode(DRV_KIND_DIST, flat(8, 4, 4, 0), info), std::vector<uint16_t>(32, 6245));
     // An upper limit too: 2048 - min_amp.
-    cam.enable(TQCAM_FILTER_MIN_AMP, arg(800));
+    cam.enable(TQCAM_FILTER_MIN_AMP, 800);
     EXPECT_EQ(cam.decode(DRV_KIND_DIST, flat(8, 4, 1800, 0), info), std::vector<uint16_t>(32, 6245));
     std::vector<uint16_t> bright = flat(8, 4, 1800, 1800);
     EXPECT_EQ(cam.decode(DRV_KIND_DIST, bright, info), std::vector<uint16_t>(32, 0));
@@ -258,7 +247,7 @@ TEST_F(EpcDecode, SyncCheckCorrectsOnceASecond)
     for (size_t i = 0; i < 13; i++) // 19 of 32 are not above 60 %
         bad[64 + i] = 2048 + 200;
     cam.take_sent();
-    cam.enable(TQCAM_FILTER_SYNC_CHECK, arg(0x1234));
+    cam.enable(TQCAM_FILTER_SYNC_CHECK, 0x1234);
     EXPECT_FALSE(cam.decode(DRV_KIND_DIST, good, info).empty());
     EXPECT_TRUE(cam.decode(DRV_KIND_DIST, bad, info).empty());
     EXPECT_EQ(cam.result, -1);
@@ -301,7 +290,7 @@ TEST_F(EpcDecode, AutoIntegrationTime)
     for (const auto &r : runs) {
         cam.params[TQCAM_PARAM_INTG1] = {static_cast<uint8_t>(r.current),
                                          static_cast<uint8_t>(r.current >> 8)};
-        cam.enable(TQCAM_FILTER_AUTO_INTG, arg(5));
+        cam.enable(TQCAM_FILTER_AUTO_INTG, 5);
         cam.take_sent();
         std::this_thread::sleep_for(std::chrono::milliseconds(4)); // at most every 2 ms
         cam.decode(DRV_KIND_DIST, std::vector<uint16_t>(128, r.sample), info);
@@ -402,7 +391,7 @@ TEST_F(EpcDecode, GrayReferenceIsConsumed)
     EXPECT_TRUE(log.has("[epc_frame_raw_proc]change gray size to 614400"));
     EXPECT_EQ(p->gray_buf.as<int16_t>()[100], 0); // nothing declares it ready
     p->gray_ready = 1;
-    cam.enable(TQCAM_FILTER_GRAY_REF, arg(100));
+    cam.enable(TQCAM_FILTER_GRAY_REF, 100);
     proc();
     EXPECT_EQ(p->gray_buf.as<int16_t>()[307199], 9);
     cam.disable(TQCAM_FILTER_GRAY_REF);
@@ -506,11 +495,9 @@ TEST_F(EpcDecode, ThreadsShareADevice)
                               static_cast<int>(2 * w * 16));
         });
     for (int i = 0; i < 100; i++) {
-        cam.enable(TQCAM_FILTER_MIN_AMP, arg(20));
+        cam.enable(TQCAM_FILTER_MIN_AMP, 20);
         cam.disable(TQCAM_FILTER_MIN_AMP);
-        tqcam_filter_arg_t denoise = {};
-        denoise.denoise = {240, static_cast<uint8_t>(i)};
-        cam.enable(TQCAM_FILTER_DENOISE, denoise);
+        cam.enable(TQCAM_FILTER_DENOISE, static_cast<uint16_t>(240 | i << 8));
         cam.ops()->on_update_mod_freq(cam.drv(), i % 2 ? 12000000 : 24000000, 0, 0);
         EXPECT_EQ(cam.enable(TQCAM_FILTER_PIXEL_CALIB), i % 2 == 1);
     }

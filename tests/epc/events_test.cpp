@@ -1,7 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "calib_file.h"
 #include "epc_camera.h"
+#include "support/calib_blocks.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 

@@ -5,19 +5,6 @@
 #include "support/temp_dir.h"
 
 namespace {
-// Two words, or the bytes of the first.
-tqcam_filter_arg_t value(uint16_t a, uint16_t b = 0)
-{
-    tqcam_filter_arg_t arg = {};
-    arg.hdr.intg1_us = a;
-    arg.hdr.intg2_us = b;
-    return arg;
-}
-tqcam_filter_arg_t bytes(uint8_t a, uint8_t b = 0)
-{
-    return value(static_cast<uint16_t>(a | b << 8));
-}
-
 struct EpcFilter : ::testing::Test {
     TempDir dir;
     LogCapture log;
@@ -36,19 +23,19 @@ TEST_F(EpcFilter, SwitchesAndValues)
 {
     const struct {
         uint32_t id;
-        tqcam_filter_arg_t arg;
+        uint16_t arg;
         relaxed_t<uint8_t> epc_priv_t::*flag;
     } cases[] = {
-        {TQCAM_FILTER_MIN_AMP, value(77), &epc_priv_t::f_en_minamp},
-        {TQCAM_FILTER_AUTO_INTG, value(20), &epc_priv_t::f_en_auto_intg},
-        {TQCAM_FILTER_SYNC_CHECK, value(300), &epc_priv_t::f_en_sync_check},
-        {TQCAM_FILTER_TEMP_MONITOR, value(12), &epc_priv_t::f_en_temp_monitor},
-        {TQCAM_FILTER_OFFSET, value(static_cast<uint16_t>(-40)), &epc_priv_t::f_en_offset},
-        {TQCAM_FILTER_GRAY_REF, value(0), &epc_priv_t::f_en_gray},
-        {TQCAM_FILTER_FLY_PIXEL, bytes(200), &epc_priv_t::f_en_flyfilter},
-        {TQCAM_FILTER_TEMP_CORR, {}, &epc_priv_t::f_en_temp_corr},
-        {TQCAM_FILTER_DENOISE, bytes(3, 4), &epc_priv_t::f_en_bpf2d_iir},
-        {TQCAM_FILTER_PIXEL_CALIB, {}, &epc_priv_t::f_en_pix_calib},
+        {TQCAM_FILTER_MIN_AMP, 77, &epc_priv_t::f_en_minamp},
+        {TQCAM_FILTER_AUTO_INTG, 20, &epc_priv_t::f_en_auto_intg},
+        {TQCAM_FILTER_SYNC_CHECK, 300, &epc_priv_t::f_en_sync_check},
+        {TQCAM_FILTER_TEMP_MONITOR, 12, &epc_priv_t::f_en_temp_monitor},
+        {TQCAM_FILTER_OFFSET, static_cast<uint16_t>(-40), &epc_priv_t::f_en_offset},
+        {TQCAM_FILTER_GRAY_REF, 0, &epc_priv_t::f_en_gray},
+        {TQCAM_FILTER_FLY_PIXEL, 200, &epc_priv_t::f_en_flyfilter},
+        {TQCAM_FILTER_TEMP_CORR, 0, &epc_priv_t::f_en_temp_corr},
+        {TQCAM_FILTER_DENOISE, 3 | 4 << 8, &epc_priv_t::f_en_bpf2d_iir},
+        {TQCAM_FILTER_PIXEL_CALIB, 0, &epc_priv_t::f_en_pix_calib},
     };
     for (const auto &c : cases) {
         EXPECT_TRUE(cam.disable(c.id)) << c.id;
@@ -87,18 +74,18 @@ TEST_F(EpcFilter, DenoiseStrength)
         uint8_t b, level, median;
         float sigma;
     } cases[] = {{67, 5, 1, 0.067f}, {66, 3, 1, 0.066f}, {11, 3, 1, 0.011f}, {10, 0, 0, 0.010f}};
-    cam.enable(TQCAM_FILTER_DENOISE, bytes(1, 2));
+    cam.enable(TQCAM_FILTER_DENOISE, 1 | 2 << 8);
     EXPECT_EQ(p->denoise_level, 5);
     EXPECT_EQ(p->bpf.bpf.sigma_spatial, 0.02f); // as made at open
     for (const auto &c : cases) {
-        EXPECT_TRUE(cam.enable(TQCAM_FILTER_DENOISE, bytes(240, c.b)));
+        EXPECT_TRUE(cam.enable(TQCAM_FILTER_DENOISE, static_cast<uint16_t>(240 | c.b << 8)));
         EXPECT_EQ(p->denoise_level, c.level);
         EXPECT_EQ(p->denoise_median, c.median);
         EXPECT_EQ(p->bpf.bpf.sigma_spatial, c.sigma);
         EXPECT_EQ(p->bpf.bpf.sigma_range, 0.05f);
     }
     const int reloads = log.count("[_filter_bpf_reload_parameter]bpf2d_iir reload");
-    cam.enable(TQCAM_FILTER_DENOISE, bytes(240, 10)); // nothing changed
+    cam.enable(TQCAM_FILTER_DENOISE, 240 | 10 << 8); // nothing changed
     EXPECT_EQ(log.count("[_filter_bpf_reload_parameter]bpf2d_iir reload"), reloads);
     cam.disable(TQCAM_FILTER_DENOISE);
     EXPECT_EQ(p->denoise_args[0] + p->f_en_bpf2d_iir + p->f_en_denoise + p->denoise_median, 0);
@@ -106,8 +93,8 @@ TEST_F(EpcFilter, DenoiseStrength)
 
 TEST_F(EpcFilter, HdrAndSportGoThroughTheDevice)
 {
-    EXPECT_TRUE(cam.enable(TQCAM_FILTER_HDR, value(100, 800)));
-    EXPECT_EQ(cam.take_sent(), "13=6400 16=2003 ");
+    EXPECT_TRUE(cam.enable(TQCAM_FILTER_HDR, 100, 800));
+    EXPECT_EQ(cam.take_sent(), "13=6400,16=2003 ");
     EXPECT_TRUE(p->hdr_en);
     EXPECT_EQ(p->hdr_intg, 100);
     EXPECT_TRUE(cam.disable(TQCAM_FILTER_HDR));
@@ -120,7 +107,7 @@ TEST_F(EpcFilter, HdrAndSportGoThroughTheDevice)
         uint8_t en, stored;
     } modes[] = {{0, "10=01000000 ", 1, 0}, {1, "10=04000000 ", 1, 1}, {2, "10=02000000 ", 1, 2}};
     for (const auto &m : modes) {
-        EXPECT_TRUE(cam.enable(TQCAM_FILTER_SPORT, bytes(m.mode)));
+        EXPECT_TRUE(cam.enable(TQCAM_FILTER_SPORT, m.mode));
         EXPECT_EQ(cam.take_sent(), m.sent);
         EXPECT_EQ(p->sport_en, m.en) << int{m.mode}; // mode 2 too: its own event had cleared it
         EXPECT_EQ(p->sport_mode, m.stored);
@@ -129,14 +116,14 @@ TEST_F(EpcFilter, HdrAndSportGoThroughTheDevice)
     EXPECT_TRUE(cam.disable(TQCAM_FILTER_SPORT));
     EXPECT_EQ(cam.take_sent(), "10=02000000 ");
     EXPECT_FALSE(p->sport_en);
-    EXPECT_FALSE(cam.enable(TQCAM_FILTER_SPORT, bytes(3)));
+    EXPECT_FALSE(cam.enable(TQCAM_FILTER_SPORT, 3));
     EXPECT_TRUE(log.has("[epc_filter_enable]wrong SPORT MODE: 3"));
 
     cam.fail_set = {10, 13, 16};
     for (const uint8_t mode : {0, 1, 2})
-        EXPECT_FALSE(cam.enable(TQCAM_FILTER_SPORT, bytes(mode)));
+        EXPECT_FALSE(cam.enable(TQCAM_FILTER_SPORT, mode));
     EXPECT_FALSE(cam.disable(TQCAM_FILTER_SPORT));
-    EXPECT_FALSE(cam.enable(TQCAM_FILTER_HDR, value(1, 2)));
+    EXPECT_FALSE(cam.enable(TQCAM_FILTER_HDR, 1, 2));
     EXPECT_FALSE(cam.disable(TQCAM_FILTER_HDR));
     EXPECT_FALSE(p->sport_en || p->hdr_en);
     EXPECT_EQ(log.count("[epc_filter_enable]enable SPORT MODE 0 failed"), 1);

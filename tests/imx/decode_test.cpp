@@ -1,8 +1,8 @@
 #include <cmath>
 #include <gtest/gtest.h>
 
-#include "calib_file_writer.h"
 #include "imx_camera.h"
+#include "support/calib_blocks.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -27,21 +27,15 @@ ImxFrame dual(uint16_t format, double hi_mm, double lo_mm)
 void save_calib(const std::vector<uint32_t> &freqs, float slope, float offset, int32_t slope_k = 1000,
                 int32_t offset_mm = 0, uint32_t h = 6)
 {
-    sim_calib_file_t file = sim_calib_file(150, 142);
+    std::vector<calib_block_t> blocks;
     for (uint32_t freq : freqs) {
-        calib_blk_info_t info{};
-        info.freq = freq;
-        info.img_w = 8;
-        info.img_h = h;
-        info.scale = 32768;
-        std::vector<float> planes(8 * h, slope);
-        planes.resize(2 * 8 * h, offset);
-        sim_calib_global_t global;
-        global.slope_k = slope_k;
-        global.offset = offset_mm;
-        sim_calib_add_result(file, info, global, planes);
+        calib_block_t b = {.freq = freq, .w = 8, .h = h};
+        b.global.slope_k = slope_k;
+        b.global.offset = offset_mm;
+        b.t_cal0 = b.t_cal1 = 0;
+        blocks.push_back(b.line(slope, offset));
     }
-    sim_calib_save(ImxCamera::CALIB_FILE, sim_calib_file_bytes(file));
+    calib_write(ImxCamera::CALIB_FILE, blocks);
 }
 
 struct ImxDecode : ::testing::Test {

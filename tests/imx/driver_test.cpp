@@ -1,8 +1,8 @@
 #include <cmath>
 #include <gtest/gtest.h>
 
-#include "calib_file_writer.h"
 #include "imx_camera.h"
+#include "support/calib_blocks.h"
 #include "support/log_capture.h"
 #include "support/temp_dir.h"
 
@@ -10,35 +10,16 @@ namespace {
 constexpr uint32_t W = 8, H = 6; // of the calibrations here
 constexpr uint32_t F120 = 120000000, F40 = 40000000, F20 = 20000000;
 
-struct Row {
-    uint32_t freq;
-    float slope = 1, offset = 0;
-    sim_calib_global_t global = {};
-    std::vector<float> tcoef = {}; // phase
-};
-
-// The camera's calibration file, one pixel line and maybe a temperature model for each frequency.
-void save_calib(const std::vector<Row> &rows)
+// The camera's calibration file: a block for each frequency.
+void save_calib(std::vector<calib_block_t> blocks)
 {
-    sim_calib_file_t file = sim_calib_file(150, 142);
-    for (const Row &r : rows) {
-        calib_blk_info_t info{};
-        info.freq = r.freq;
-        info.img_w = W;
-        info.img_h = H;
-        info.scale = 32768;
-        info.t_cal0 = 300;
-        info.t_cal1 = 350;
-        info.fps = 20;
-        std::vector<float> planes(W * H, r.slope);
-        planes.resize(2 * W * H, r.offset);
-        sim_calib_add_result(file, info, r.global, planes);
-        calib_temp_hdr_t hdr{};
-        hdr.freq = r.freq;
-        if (!r.tcoef.empty())
-            sim_calib_add_temp_coefs(file, hdr, r.tcoef);
+    for (calib_block_t &b : blocks) {
+        b.w = W;
+        b.h = H;
+        b.t_cal1 = 350;
+        b.fps = 20;
     }
-    sim_calib_save(ImxCamera::CALIB_FILE, sim_calib_file_bytes(file));
+    calib_write(ImxCamera::CALIB_FILE, blocks);
 }
 
 struct Imx : ::testing::Test {
@@ -115,9 +96,9 @@ TEST_F(Imx, DecidesFrequenciesAtOpen)
         {17, F120, F40, {F40}, 21, F40, 0, true, "1=005a6202 "},
     };
     for (const auto &c : cases) {
-        std::vector<Row> rows;
+        std::vector<calib_block_t> rows;
         for (uint32_t f : c.calibrated)
-            rows.push_back({f});
+            rows.push_back({.freq = f});
         remove(ImxCamera::CALIB_FILE);
         if (!rows.empty())
             save_calib(rows);
@@ -283,9 +264,9 @@ TEST_F(Imx, UseCases)
     } cases[] = {{{}, {0, 0, 0}},          {{F120}, {1, 0, 0}},      {{F40}, {0, 0, 0}},
                  {{F120, F40}, {1, 1, 0}}, {{F20, F120}, {1, 0, 1}}, {{F120, F40, F20}, {1, 1, 1}}};
     for (const auto &c : cases) {
-        std::vector<Row> rows;
+        std::vector<calib_block_t> rows;
         for (uint32_t f : c.calibrated)
-            rows.push_back({f});
+            rows.push_back({.freq = f});
         remove(ImxCamera::CALIB_FILE);
         if (!rows.empty())
             save_calib(rows);
@@ -487,13 +468,15 @@ TEST_F(Imx, MountsARowForEachFrequency)
 {
     const std::vector<float> one = {0, 0, 524, 52, 5}, other = {0, 0, 1048, 104, 10}; // phase
     for (const char *product : {"XX-S1-YY", "XX-S570C4-YY"}) {
-        save_calib({{F120, 1.1f, 2, {}, one}, {F40, 0.9f, -3, {}, other}, {F20, 1, 0, {}, {}}});
+        save_calib({{.freq = F120, .slope = std::vector<float>(W * H, 1.1f), .tcoef = one},
+                    {.freq = F40, .offset = std::vector<float>(W * H, -3), .tcoef = other},
+                    {.freq = F20}});
         ImxCamera cam(product, 17, F120, F40);
         ASSERT_TRUE(cam.open());
         imx_priv_t *p = cam.imx();
         ASSERT_TRUE(imx_calib_is_ready(p));
         EXPECT_EQ(p->rows[0].calib.planes[0], 1.1f);
-        EXPECT_EQ(p->rows[1].calib.planes[0], 0.9f);
+        EXPECT_EQ(p->rows[1].calib.planes[0], 1);
         EXPECT_EQ(p->rows[1].calib.planes[W * H], -3);
         const bool own = p->is_imx570;
         EXPECT_EQ(p->rows[1].tcoef_mm[2] == p->rows[0].tcoef_mm[2], !own) << product;
@@ -510,7 +493,7 @@ TEST_F(Imx, MountsARowForEachFrequency)
         cam.ops()->on_update_mod_freq(cam.drv(), F20, 0, 0); // nothing is read again
         EXPECT_TRUE(p->calib_mounted);
         // A region that isn't the calibrated one, and back.
-        save_calib({{F20}});
+        save_calib({{.freq = F20}});
         calib_roi_t roi = {0, 3, 0, 7, 0, {}};
         cam.ops()->on_update_roi(cam.drv(), reinterpret_cast<const uint8_t *>(&roi));
         EXPECT_TRUE(imx_calib_is_ready(p) && p->rows[0].calib.roi_applied);

@@ -15,11 +15,11 @@ struct Recording : ::testing::Test {
     Recording()
     {
         tqcam_path_set("./");
-        cam.set_u32(TQCAM_PARAM_FPS, 30);
-        cam.set_u32(TQCAM_PARAM_MOD_FREQ, 12000000);
-        cam.set_u32(TQCAM_PARAM_FORMAT, 2);
-        cam.set_u32(TQCAM_PARAM_INTG1, 400);
-        cam.set_u32(TQCAM_PARAM_INTG2, 0);
+        cam.set_words(TQCAM_PARAM_FPS, {30});
+        cam.set_words(TQCAM_PARAM_MOD_FREQ, {12000000});
+        cam.set_words(TQCAM_PARAM_FORMAT, {2});
+        cam.set_words(TQCAM_PARAM_INTG1, {400});
+        cam.set_words(TQCAM_PARAM_INTG2, {0});
         cam.params[TQCAM_PARAM_ROI].assign(13, 1);
         cam.decode = [](void *dst, uint32_t, int kind) {
             memset(dst, 100 + kind, 64);

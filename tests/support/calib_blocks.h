@@ -11,6 +11,16 @@ struct calib_block_t {
     sim_calib_global_t global{};
     std::vector<float> slope{}, offset{}; // of each pixel; empty: 1 and 0
     std::vector<float> tcoef{};           // phase per degree; empty: no temperature block
+    int16_t t_cal0 = 300, t_cal1 = 400;
+    uint8_t fps = 31; // counts as 10
+
+    // The same line for all pixels.
+    calib_block_t &line(float s, float o)
+    {
+        slope.assign(size_t{w} * h, s);
+        offset.assign(size_t{w} * h, o);
+        return *this;
+    }
 };
 
 inline void calib_add(sim_calib_file_t *file, const calib_block_t &c)
@@ -20,9 +30,9 @@ inline void calib_add(sim_calib_file_t *file, const calib_block_t &c)
     info.img_w = c.w;
     info.img_h = c.h;
     info.scale = 32768;
-    info.t_cal0 = 300;
-    info.t_cal1 = 400;
-    info.fps = 31; // counts as 10
+    info.t_cal0 = c.t_cal0;
+    info.t_cal1 = c.t_cal1;
+    info.fps = c.fps;
     const size_t n = size_t{c.w} * c.h;
     std::vector<float> planes = c.slope.empty() ? std::vector<float>(n, 1) : c.slope;
     const std::vector<float> offset = c.offset.empty() ? std::vector<float>(n, 0) : c.offset;
