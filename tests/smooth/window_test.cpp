@@ -24,9 +24,9 @@ Image noise(int w, int h, uint32_t seed)
 }
 
 // The window of a pixel, row by row, with coordinates clamped.
-template <class T> std::vector<T> window(const std::vector<T> &img, int w, int h, int x, int y, int k)
+template <class T> std::vector<uint64_t> window(const std::vector<T> &img, int w, int h, int x, int y, int k)
 {
-    std::vector<T> v;
+    std::vector<uint64_t> v;
     for (int i = y - k / 2; i <= y + k / 2; i++)
         for (int j = x - k / 2; j <= x + k / 2; j++)
             v.push_back(img[(size_t)w * std::clamp(i, 0, h - 1) + std::clamp(j, 0, w - 1)]);
@@ -46,13 +46,13 @@ template <class T, class F> void expect_rule(F filter, int k, Rule rule)
         if (sizeof(T) == 4)
             for (auto &v : src)
                 v *= 65537u;
+        if (k >= 2 * std::min(w, h) && k > 5)
+            continue; // larger than the general median takes
         filter(dst.data(), src.data(), w, h);
         for (int y = 0; y < h; y++) {
-            for (int x = 0; x < w; x++) {
-                const std::vector<T> v = window(src, w, h, x, y, k);
-                ASSERT_EQ(dst[(size_t)w * y + x], rule({v.begin(), v.end()}))
-                    << w << "x" << h << " at " << x << "," << y;
-            }
+            for (int x = 0; x < w; x++)
+                ASSERT_EQ(dst[(size_t)w * y + x], rule(window(src, w, h, x, y, k)))
+                    << w << "x" << h << " k " << k << " at " << x << "," << y;
         }
     }
 }
@@ -82,31 +82,17 @@ uint64_t gauss(std::vector<uint64_t> v)
 
 } // namespace
 
-TEST(Window, FixedFiltersFollowTheirRule)
+TEST(Window, FiltersFollowTheirRule)
 {
     expect_rule<uint16_t>(tq_median2d_u16_k3, 3, median);
     expect_rule<uint16_t>(tq_median2d_u16_k5, 5, median);
     expect_rule<uint16_t>(tq_box2d_u16_k3, 3, box);
     expect_rule<uint32_t>(tq_box2d_u32_k3, 3, box);
     expect_rule<uint16_t>(tq_gauss2d_u16_k3, 3, gauss);
-}
-
-TEST(Window, GeneralMedianIsExact)
-{
-    for (const auto &[w, h] : sizes) {
-        const Image img = noise(w, h, (uint32_t)(w + 1000 * h));
-        for (int k = 3; k < 2 * std::min(w, h) && k < 40; k += 2) {
-            Image dst(img.size(), 7);
-            tq_median2d_u16(dst.data(), img.data(), w, h, k);
-            for (int y = 0; y < h; y++) {
-                for (int x = 0; x < w; x++) {
-                    const Image v = window(img, w, h, x, y, k);
-                    ASSERT_EQ(dst[(size_t)w * y + x], median({v.begin(), v.end()}))
-                        << w << "x" << h << " k " << k;
-                }
-            }
-        }
-    }
+    for (int k = 3; k < 40; k += 2)
+        expect_rule<uint16_t>(
+            [k](uint16_t *dst, const uint16_t *src, int w, int h) { tq_median2d_u16(dst, src, w, h, k); }, k,
+            median);
 }
 
 // From 257 pixels a side on the counts of a flat window pass 16 bits.
@@ -126,8 +112,7 @@ TEST(Window, RefusesSizesAndKernels)
 {
     LogCapture log;
     const Image src(64, 100);
-    const Image untouched(64, 7);
-    Image dst = untouched;
+    Image dst(64, 7);
     const std::vector<std::function<void(int, int)>> filters = {
         [&](int w, int h) { tq_median2d_u16_k3(dst.data(), src.data(), w, h); },
         [&](int w, int h) { tq_median2d_u16_k5(dst.data(), src.data(), w, h); },
@@ -140,14 +125,10 @@ TEST(Window, RefusesSizesAndKernels)
         for (const auto &[w, h] : {std::pair{1, 8}, {8, 1}, {0, 0}, {-5, 8}, {8, INT32_MIN}})
             filter(w, h);
     EXPECT_EQ(log.count("wrong parameter:w/h="), 30);
-    EXPECT_TRUE(log.has("[tq_median2d_u16_k3] wrong parameter:w/h=-5/8\n"));
-    log.clear();
     for (int k : {4, 1, 0, -7, 17, INT32_MAX})
         tq_median2d_u16(dst.data(), src.data(), 8, 8, k);
     EXPECT_EQ(log.count("[tq_median2d_u16] wrong parameter:w/h/kernel=8/8/"), 6);
-    for (const auto &filter : {tq_median2d_u16_k3, tq_box2d_u16_k3, tq_gauss2d_u16_k3}) {
-        filter(nullptr, src.data(), 8, 8);
-        filter(dst.data(), nullptr, 8, 8);
-    }
-    EXPECT_EQ(dst, untouched);
+    tqalgo_gauss2d_iir_u16(dst.data(), 8, 4, src.data(), 8, 8, 1);
+    EXPECT_EQ(log.count("[tqalgo_gauss2d_iir_u16]wrong parameter: src wxh = 8x8, dst wxh = 4x8\n"), 1);
+    EXPECT_EQ(dst, Image(64, 7));
 }
