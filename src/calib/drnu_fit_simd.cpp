@@ -11,7 +11,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_drnu_fit {
+namespace {
 namespace HWY_NAMESPACE {
 #if TQ_PLAIN_TARGET
 
@@ -162,17 +162,16 @@ void FitTile(const drnu_fit_t *fit, size_t first, int count, float *work, float 
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_drnu_fit
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_drnu_fit {
+
 HWY_EXPORT(FitTile);
-} // namespace tq_drnu_fit
 
 void drnu_fit_tile_simd(const drnu_fit_t *fit, size_t first, int count, float *work, float *slope,
                         float *offset, float *r2)
 {
-    HWY_DYNAMIC_DISPATCH(tq_drnu_fit::FitTile)(fit, first, count, work, slope, offset, r2);
+    HWY_DYNAMIC_DISPATCH(FitTile)(fit, first, count, work, slope, offset, r2);
 }
 #endif

@@ -64,6 +64,7 @@ template <int K> struct lines_t {
     V y1, y2, y3;
     lines_t<K - 1> rest;
 
+    HWY_INLINE lines_t() {} // an implicit one wouldn't be compiled for the target
     // As if the lines had always had the value at first.
     HWY_INLINE void Start(const float *first)
     {

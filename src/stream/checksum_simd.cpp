@@ -12,7 +12,7 @@
 #include "simd/target.h"
 
 HWY_BEFORE_NAMESPACE();
-namespace tq_checksum {
+namespace {
 namespace HWY_NAMESPACE {
 
 #if TQ_PLAIN_TARGET
@@ -81,16 +81,14 @@ uint16_t Hash16(const uint8_t *bytes, size_t len, uint32_t seed)
 #endif
 
 } // namespace HWY_NAMESPACE
-} // namespace tq_checksum
+} // namespace
 HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
-namespace tq_checksum {
 HWY_EXPORT(Hash16);
-} // namespace tq_checksum
 
 uint16_t stream_hash16_simd(const uint8_t *bytes, size_t len, uint32_t seed)
 {
-    return HWY_DYNAMIC_DISPATCH(tq_checksum::Hash16)(bytes, len, seed);
+    return HWY_DYNAMIC_DISPATCH(Hash16)(bytes, len, seed);
 }
 #endif
