@@ -130,3 +130,33 @@ TEST(CalibTemp, FallsBackStepByStep)
         EXPECT_EQ(std::vector<float>(res.tcoef, res.tcoef + 16), c.out);
     }
 }
+
+TEST(CalibTemp, TakesTheModelAtTheTargetOrJustAbove)
+{
+    struct {
+        uint32_t target_mhz;
+        std::vector<uint32_t> before, behind; // models in front of the images of 12 MHz and behind them
+        uint32_t taken;
+    } cases[] = {
+        {12, {}, {24, 12, 6}, 12}, {12, {}, {24, 20}, 20}, {12, {}, {6, 24}, 24},
+        {12, {}, {4, 6}, 4},       {0, {}, {24, 12}, 12}, // the target is the loaded one by then
+        {0, {24, 6, 8}, {}, 6},                           // and none before: the lowest wins
+        {0, {6}, {12}, 12},        {12, {}, {0}, 0},      // a model of no frequency is none
+    };
+    TempDir dir;
+    for (const auto &c : cases) {
+        tiny_camera_t cam(8, 6);
+        sim_calib_file_t file = sim_calib_file(150, 142);
+        for (const auto *models : {&c.before, &c.behind}) {
+            for (uint32_t mhz : *models)
+                sim_calib_add_temp_coefs(file, _temp_hdr(mhz * 1000000),
+                                         std::vector<float>(5, static_cast<float>(mhz)));
+            if (models == &c.before)
+                sim_calib_add_images(file, cam.info(), cam.walls(4));
+        }
+        result_t res;
+        ASSERT_EQ(load(file, c.target_mhz * 1000000, &res), 12000000);
+        EXPECT_EQ(res.tcoef[0], static_cast<float>(c.taken));
+        EXPECT_EQ(uint32_t{res.tcoef_hdr.freq}, c.taken * 1000000);
+    }
+}

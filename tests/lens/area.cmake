@@ -1,0 +1,6 @@
+find_package(OpenCV QUIET COMPONENTS core imgproc calib3d)
+if(OpenCV_FOUND)
+  target_compile_definitions(test_lens PRIVATE TQCAM_HAVE_OPENCV)
+  target_include_directories(test_lens SYSTEM PRIVATE ${OpenCV_INCLUDE_DIRS})
+  target_link_libraries(test_lens PRIVATE opencv_core opencv_imgproc opencv_calib3d)
+endif()
