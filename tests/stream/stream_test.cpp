@@ -1,14 +1,87 @@
+#include <cstring>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
-#include <sys/resource.h>
 #include <thread>
 
-#include "packets.h"
 #include "support/log_capture.h"
 #include "tq_log.h"
+#include "tq_stream.h"
 
 namespace {
+using bytes_t = std::vector<uint8_t>;
+
+void append(bytes_t *out, const bytes_t &more)
+{
+    out->insert(out->end(), more.begin(), more.end());
+}
+
+struct packet_t {
+    uint16_t sidx, fidx;
+    uint32_t frame_len;
+    bytes_t payload;
+    bool bound = true;
+    uint8_t flags1 = 0;
+    uint32_t aux = 0;
+};
+
+// Its header, which may tell other lengths than those of the packet.
+bytes_t header(const packet_t &p, uint32_t len, uint32_t frame_len)
+{
+    tq_stream_hdr_t hdr = {};
+    hdr.magic = TQ_STREAM_MAGIC;
+    hdr.stream_idx = p.sidx;
+    hdr.len = len;
+    hdr.frame.frame_len = frame_len;
+    hdr.frame.frame_idx = p.fidx;
+    hdr.frame.aux = p.aux;
+    hdr.flags0 = p.bound ? TQ_STREAM_BOUND : 0;
+    hdr.flags1 = p.flags1;
+    hdr.hdr_hash = tq_stream_hash16(&hdr, 34, 0);
+    const uint8_t *bytes = reinterpret_cast<const uint8_t *>(&hdr);
+    return bytes_t(bytes, bytes + sizeof hdr);
+}
+
+bytes_t packet_bytes(const packet_t &p)
+{
+    bytes_t out = header(p, static_cast<uint32_t>(p.payload.size()), p.frame_len);
+    append(&out, p.payload);
+    return out;
+}
+
+// A frame's bytes, told by its seed. They hold whole headers, which must not be taken for any.
+bytes_t frame_bytes(uint32_t len, uint32_t seed)
+{
+    bytes_t out(len);
+    uint32_t x = seed * 2654435761u + 1;
+    for (uint8_t &b : out) {
+        x = x * 1664525u + 1013904223u;
+        b = static_cast<uint8_t>(x >> 24);
+    }
+    static const bytes_t hdr = header({0, 0, 50, {}}, 50, 50);
+    if (len >= 100)
+        std::copy(hdr.begin(), hdr.end(), out.begin() + seed % 50);
+    return out;
+}
+
+struct got_frame_t {
+    uint16_t idx;
+    uint32_t aux;
+    bytes_t bytes;
+    bool operator==(const got_frame_t &o) const { return idx == o.idx && aux == o.aux && bytes == o.bytes; }
+};
+
+std::vector<got_frame_t> fetch_all(tq_stream_t *stream)
+{
+    std::vector<got_frame_t> out;
+    bytes_t room(1 << 16);
+    tq_frame_hdr_t hdr;
+    while (tq_stream_fetch_frames(stream, room.data(), static_cast<uint32_t>(room.size()), 1, &hdr, false) ==
+           1)
+        out.push_back({hdr.frame_idx, hdr.aux, bytes_t(room.begin(), room.begin() + hdr.frame_len)});
+    return out;
+}
+
 struct Stream : ::testing::Test {
     void feed(const bytes_t &b) { tq_stream_feed_input(s.get(), b.data(), static_cast<int32_t>(b.size())); }
     void feed(const packet_t &p) { feed(packet_bytes(p)); }
@@ -65,9 +138,8 @@ bytes_t random_stream(std::mt19937 &random, std::vector<got_frame_t> *frames)
         const uint32_t cut = count == 1 ? 1 + pick(len) : len * (count - 1) + 1 + pick(len);
         for (uint32_t at = 0; at < all.size(); at += cut) {
             const uint32_t end = std::min<uint32_t>(at + cut, static_cast<uint32_t>(all.size()));
-            const packet_t p = {sidx++,  fidx,   len, bytes_t(all.begin() + at, all.begin() + end),
-                                at == 0, flags1, 6};
-            append(&out, packet_bytes(p));
+            const bytes_t part(all.begin() + at, all.begin() + end);
+            append(&out, packet_bytes({sidx++, fidx, len, part, at == 0, flags1, 6}));
         }
         fidx = static_cast<uint16_t>(fidx + count);
         if (pick(4) == 0)
@@ -81,7 +153,6 @@ TEST_F(Stream, AnyCuttingOfAnIntactStreamGivesTheSameFrames)
 {
     cfg.rdy_limit = 100000;
     tq_stream_set_cfg(s.get(), &cfg);
-    tq_log_cfg(nullptr, TQ_LOG_FILE, TQ_LOG_DEBUG, 0);
     for (uint32_t seed = 1; seed <= 60; seed++) {
         std::mt19937 random(seed);
         std::vector<got_frame_t> expected;
@@ -90,16 +161,12 @@ TEST_F(Stream, AnyCuttingOfAnIntactStreamGivesTheSameFrames)
         tq_stream_reset(s.get());
         for (size_t at = 0; at < all.size();) {
             const size_t n = std::min<size_t>(1 + random() % longest, all.size() - at);
-            const bytes_t piece(all.begin() + at,
-                                all.begin() + at + n); // of its own, for the address sanitizer
-            feed(piece);
+            feed(bytes_t(all.begin() + at, all.begin() + at + n)); // of its own, for the address sanitizer
             at += n;
         }
         EXPECT_EQ(state().discarded, 0u) << "seed " << seed;
-        EXPECT_EQ(state().total, expected.size()) << "seed " << seed;
         ASSERT_TRUE(fetch_all(s.get()) == expected) << "seed " << seed;
     }
-    EXPECT_FALSE(log.has("discard"));
 }
 
 TEST_F(Stream, WhatIsNoHeaderIsDropped)
@@ -108,64 +175,38 @@ TEST_F(Stream, WhatIsNoHeaderIsDropped)
     feed(frame(0, 7));         // doesn't go on with it: hunted from its beginning
     feed(bytes_t{0xFB, 0x98, 1});
     feed(bytes_t(40, 0x11)); // makes 36 bytes of it, which prove to be none
+    for (const auto &[len, frame_len] :
+         {std::pair{0u, 40u}, {40, 0}, {0xA00000, 40}, {40, 0x8000000}, {~0u, ~0u}})
+        feed(header(frame(1, 9), len, frame_len)); // sizes that can't be
     feed(frame(1, 8));
     EXPECT_EQ(fetched(), (indexes_t{7, 8}));
-    const uint32_t cases[][3] = {// length, that of the frame, whether they can be
-                                 {0, 40, 0},
-                                 {40, 0, 0},
-                                 {0xA00000, 40, 0},
-                                 {40, 0x8000000, 0},
-                                 {0xFFFFFFFF, 0xFFFFFFFF, 0},
-                                 {0x9FFFFF, 0x7FFFFFF, 1}};
-    for (const auto &[len, frame_len, good] : cases) {
-        tq_stream_hdr_t hdr = packet_hdr(frame(2, 9));
-        hdr.len = len;
-        hdr.frame.frame_len = frame_len;
-        hdr.hdr_hash = tq_stream_hash16(&hdr, 34, 0);
-        log.clear();
-        tq_stream_feed_input(s.get(), reinterpret_cast<const uint8_t *>(&hdr), sizeof hdr);
-        EXPECT_EQ(log.has("[_sync_stream_hdr]HDR found: idx/len=2/10485759 (frlen=134217727,idx=9,"), good);
-    }
 }
 
 TEST_F(Stream, Losses)
 {
+    packet_t summed = part(2, 2, 60, 100); // by 10 words, of which the sum is not 0
+    summed.flags1 = TQ_STREAM_CKSUM;
     const struct {
         std::vector<packet_t> packets;
         const char *line;
         indexes_t frames;
-        uint32_t discarded, bytes;
+        uint32_t discarded;
     } cases[] = {
-        // A frame begins while another lacks its end.
         {{part(0, 1, 0, 60), part(2, 2, 0, 60), part(3, 2, 60, 100)},
-         "[tq_stream_feed_input]discard frame: frame bound met, prev not complete\n",
+         "frame bound met, prev not complete",
          {2},
-         1,
-         60},
-        // The end of another frame: discarded, yet the packet's payload is taken and begins a frame.
-        {{part(0, 1, 0, 60), part(1, 9, 60, 100)},
-         "[tq_stream_feed_input]discard frame: frame idx not consist (prev=1, cur=9)\n",
-         {},
-         1,
-         60},
+         1},
+        // The packet's payload is taken and begins a frame.
+        {{part(0, 1, 0, 60), part(1, 9, 60, 100)}, "frame idx not consist (prev=1, cur=9)", {}, 1},
         // A packet is missing within a frame: nothing until the next bound.
         {{part(0, 1, 0, 30), part(2, 1, 60, 90), part(3, 1, 90, 100), frame(4, 2)},
-         "[tq_stream_feed_input]discard frame: stream hdr idx not correct (prev=0, cur=2)\n",
+         "stream hdr idx not correct (prev=0, cur=2)",
          {2},
-         1,
-         30},
-        // The end of a frame comes first.
-        {{part(0, 1, 50, 100), frame(1, 2)},
-         "[tq_stream_feed_input]HDR skip: no fr-bound @ 36/162 \n",
-         {2},
-         0,
-         0},
+         1},
+        {{part(0, 1, 50, 100), frame(1, 2)}, "HDR skip: no fr-bound @ 36/162", {2}, 0},
         // Packets are missing before a frame: only told.
-        {{frame(0, 1), frame(7, 5)},
-         "[tq_stream_feed_input]missing frame: jumpping frame idx (prev=2, cur=5)\n",
-         {1, 5},
-         0,
-         0},
+        {{frame(0, 1), frame(7, 5)}, "missing frame: jumpping frame idx (prev=2, cur=5)", {1, 5}, 0},
+        {{part(1, 2, 0, 60), summed, frame(3, 4)}, "verify data checksum failed: sidx=2", {4}, 1},
     };
     for (const auto &c : cases) {
         tq_stream_reset(s.get());
@@ -177,49 +218,15 @@ TEST_F(Stream, Losses)
         EXPECT_TRUE(log.has(c.line)) << c.line;
         EXPECT_EQ(fetched(), c.frames) << c.line;
         EXPECT_EQ(state().discarded, c.discarded) << c.line;
-        EXPECT_GE(state().discard_bytes, c.bytes) << c.line;
-        EXPECT_EQ(state().overflowed, 0u);
     }
-}
-
-TEST_F(Stream, ChecksumDropsTheFrameInAssembly)
-{
-    const auto summed = [](packet_t p, uint32_t off) {
-        p.flags1 = TQ_STREAM_CKSUM;
-        for (size_t i = 0; i + 4 <= p.payload.size(); i += 4) {
-            uint32_t word;
-            std::memcpy(&word, p.payload.data() + i, 4);
-            p.aux += word;
-        }
-        p.aux += off;
-        return p;
-    };
-    feed(summed(frame(0, 1), 0));
-    feed(summed(part(1, 2, 0, 60), 0));
-    feed(summed(part(2, 2, 60, 100), 1));
-    EXPECT_TRUE(log.has("[tq_stream_feed_input]discard frame: verify data checksum failed: sidx=2\n"));
-    EXPECT_EQ(state().discarded, 1u);
-    feed(part(3, 3, 50, 100));
-    feed(summed(frame(4, 4, 39), 0)); // the last three bytes aren't summed
-    const std::vector<got_frame_t> frames = fetch_all(s.get());
-    ASSERT_EQ(frames.size(), 2u);
-    EXPECT_EQ(frames[0].aux, 0u); // a checksum doesn't travel with the frame
-    EXPECT_EQ(frames[1].idx, 4);
 }
 
 TEST_F(Stream, FullListDropsTheOldest)
 {
-    EXPECT_FALSE(tq_stream_feed_input(s.get(), nullptr, 0));
-    for (uint16_t i = 0; i < 25; i++) {
+    for (uint16_t i = 0; i < 25; i++)
         feed(frame(i, i));
-        EXPECT_LE(state().rdy_cnt, 10u);
-    }
-    EXPECT_TRUE(tq_stream_feed_input(s.get(), nullptr, 0));
     EXPECT_EQ(state().overflowed, 15u);
-    EXPECT_EQ(state().discarded, 0u);
     EXPECT_EQ(state().discard_bytes, 15u * 40);
-    EXPECT_EQ(state().rdy_max, 11u); // seen before the drop
-    EXPECT_TRUE(log.has("[tq_stream_feed_input]discard frames: frame buffer is full (1/15)\n"));
     feed({25, 25, 10, frame_bytes(120, 1)}); // twelve frames at once, into a list of ten
     EXPECT_EQ(fetched(), (indexes_t{27, 28, 29, 30, 31, 32, 33, 34, 35, 36}));
     cfg.rdy_limit = 0;
@@ -232,52 +239,24 @@ TEST_F(Stream, FetchPeeksCutsAndThrowsAway)
 {
     for (uint16_t i = 1; i <= 5; i++)
         feed(frame(i, i));
-    uint8_t room[100];
+    bytes_t room(100, 0xEE), due = frame_bytes(40, 1);
     tq_frame_hdr_t hdr = {};
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), nullptr, 0, 99, &hdr, true), 5u);
-    EXPECT_EQ(tq_stream_fetch_frames(s.get(), room, 40, 1, &hdr, true), 1u);
+    EXPECT_EQ(tq_stream_fetch_frames(s.get(), room.data(), 50, 3, &hdr, false), 3u); // one and a quarter fit
     EXPECT_EQ(hdr.frame_idx, 1);
-    EXPECT_EQ(state().rdy_cnt, 5u);
-    std::memset(room, 0xEE, sizeof room);
-    EXPECT_EQ(tq_stream_fetch_frames(s.get(), room, 50, 3, &hdr, false), 3u); // one and a quarter fit
-    EXPECT_EQ(hdr.frame_idx, 1);
-    bytes_t expected = frame_bytes(40, 1);
-    append(&expected, frame_bytes(40, 2));
-    expected.resize(50);
-    expected.resize(100, 0xEE);
-    EXPECT_EQ(bytes_t(room, room + 100), expected);
+    append(&due, frame_bytes(40, 2));
+    due.resize(50);
+    due.resize(100, 0xEE);
+    EXPECT_EQ(room, due);
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), nullptr, 0, 1, nullptr, false), 1u);
-    EXPECT_EQ(fetched(), (indexes_t{5}));
-
-    // A reset forgets the count, but not the list.
+    // A reset forgets the count and what was being assembled, but not the list.
+    feed(part(6, 6, 0, 60));
     tq_stream_reset(s.get());
-    feed(frame(0, 1));
-    feed(part(1, 2, 0, 60));
-    tq_stream_reset(s.get());
-    EXPECT_EQ(state().rdy_cnt, 0u);
     EXPECT_EQ(tq_stream_fetch_frames(s.get(), nullptr, 0, 9, nullptr, false), 0u);
-    feed(part(2, 2, 60, 100)); // what was being assembled is gone
-    feed(frame(3, 3));
-    EXPECT_EQ(fetched(), (indexes_t{1})); // one counted, the oldest on the list
+    feed(part(7, 6, 60, 100));
+    feed(frame(8, 7));
+    EXPECT_EQ(fetched(), (indexes_t{5})); // one counted, the oldest on the list
 }
-
-#if !defined(__SANITIZE_ADDRESS__) && !defined(__SANITIZE_THREAD__)
-TEST_F(Stream, NoMemoryForAFrameLosesThatFrameOnly)
-{
-    const packet_t big = {1, 2, 120000000, frame_bytes(5000, 1)};
-    struct rlimit old, tight;
-    getrlimit(RLIMIT_AS, &old);
-    tight = old;
-    tight.rlim_cur = 100000000;
-    setrlimit(RLIMIT_AS, &tight);
-    feed(big);
-    setrlimit(RLIMIT_AS, &old);
-    EXPECT_TRUE(log.has("[_fr_node_add_data]malloc failed: "));
-    EXPECT_EQ(state().discard_bytes, 5000u);
-    feed(frame(2, 3));
-    EXPECT_EQ(fetched(), (indexes_t{3}));
-}
-#endif
 
 TEST_F(Stream, FeedingAndFetchingThreads)
 {
@@ -307,9 +286,8 @@ TEST_F(Stream, FeedingAndFetchingThreads)
         } else if (ended) {
             break;
         }
-        EXPECT_LE(state().discarded, 0u);
+        EXPECT_EQ(state().discarded, 0u);
     }
     feeder.join();
     EXPECT_EQ(taken + state().overflowed, FRAMES);
-    EXPECT_GT(taken, 0u);
 }
