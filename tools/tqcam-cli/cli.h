@@ -93,6 +93,7 @@ class Capture {
     uint32_t total_ = 0, taken_ = 0;
     uint64_t lost_ = 0;
     int last_error_ = 0;
+    int ended_with_ = 0; // the code that came along with the last frame
     std::string end_reason_;
 };
 

@@ -1,6 +1,7 @@
 // The library and the open device behind a command.
 #include "cli.h"
 
+#include <algorithm>
 #include <cmath>
 #include <cstring>
 
@@ -147,11 +148,15 @@ bool Capture::next()
     }
     for (int grown = 0; grown < 8; grown++) {
         g_retrieving = this;
-        tqcam_frame_t first;
-        const int got =
-            tqcam_cap_get_frames(device_.get(), 1, raw.data(), static_cast<uint32_t>(raw.size()), &first);
+        tqcam_frame_t first = {};
+        int got = ended_with_;
+        if (got == 0)
+            got =
+                tqcam_cap_get_frames(device_.get(), 1, raw.data(), static_cast<uint32_t>(raw.size()), &first);
         g_retrieving = nullptr;
-        if (got >= 1) {
+        if (got >= 1 ||
+            first.frame_info.frame_size != 0) { // a code that ends the capture may bring a last frame along
+            ended_with_ = std::min(got, 0);
             taken_++;
             info = first.frame_info;
             if (info.frame_size <= raw.size())
