@@ -38,7 +38,7 @@ void mount(epc_priv_t *p, input_t *in)
 {
     calib_result_t *c = &p->calib;
     calib_result_reset(c);
-    c->blk.freq = p->mod_freq;
+    c->blk.freq = p->mod_freq0;
     c->blk.img_w = 1 + in->take<uint8_t>() % 64;
     c->blk.img_h = 1 + in->take<uint8_t>() % 64;
     c->slope_k = in->take<int32_t>();

@@ -23,7 +23,7 @@ TEST(EpcEvents, FrequencyGivesRangeAndCalibration)
     EpcCamera cam;
     ASSERT_TRUE(cam.open());
     epc_priv_t *p = cam.epc();
-    EXPECT_EQ(p->mod_freq, 12000000u);
+    EXPECT_EQ(p->mod_freq0, 12000000u);
     EXPECT_TRUE(p->calib_mounted);
     const auto event = [&](uint32_t f0, uint32_t f1 = 0) {
         log.clear();
@@ -33,7 +33,7 @@ TEST(EpcEvents, FrequencyGivesRangeAndCalibration)
     EXPECT_EQ(log.text(), "");
     event(24000000, 12000000);
     EXPECT_TRUE(log.has("[epc_event_freq_change]MOD_FREQ [24000000, 12000000] HZ not support"));
-    EXPECT_EQ(p->mod_freq, 12000000u);
+    EXPECT_EQ(p->mod_freq0, 12000000u);
     event(24000000);
     EXPECT_TRUE(log.has("MOD_FREQ change: [12000000, 0] -> [24000000, 0] HZ"));
     EXPECT_TRUE(log.has("Calib data unload [freq=12000000, 0]"));
@@ -49,7 +49,7 @@ TEST(EpcEvents, FrequencyGivesRangeAndCalibration)
     EXPECT_EQ(p->dmax, 7494);
     event(0);
     EXPECT_TRUE(log.has("MOD_FREQ [0, 0] HZ: try loading calib data"));
-    EXPECT_EQ(p->mod_freq, 24000000u); // the file's first
+    EXPECT_EQ(p->mod_freq0, 24000000u); // the file's first
     remove(EpcCamera::CALIB_FILE);
     event(0);
     EXPECT_EQ(p->dmax, 0); // no frequency, no range
@@ -93,7 +93,7 @@ TEST(EpcEvents, OpenDecidesTheFrequency)
         if (!c.readable)
             cam.fail_get = {TQCAM_PARAM_MOD_FREQ};
         ASSERT_TRUE(cam.open());
-        EXPECT_EQ(cam.epc()->mod_freq, c.mhz * 1000000);
+        EXPECT_EQ(cam.epc()->mod_freq0, c.mhz * 1000000);
         EXPECT_EQ(cam.epc()->calib_mounted, c.mounted);
         EXPECT_TRUE(log.has(c.line)) << log.text();
         // A file older than the device's calibration is as good as none.

@@ -1,35 +1,7 @@
 // Frames that feed the driver itself: the gray reference, and the frame-rate booster of the E3 model.
 #include "drivers/epc/epc_priv.h"
 
-#include <cstring>
-
-#include "log/log.h"
-
 static constexpr int32_t BFPS_MIN_FPS = 20;
-
-// Light of the scene without modulation, as a correction of the samples. Until something declares a measured
-// reference ready it is all zero.
-static void _take_gray_reference(epc_priv_t *p, const void *raw, uint32_t bytes)
-{
-    DrvLock lock(p->calib_lock);
-    if (p->gray_buf.size < bytes) {
-        LOG_AS(1, "DBG", "epc_frame_raw_proc", "[%s]change gray size to %d\n", bytes);
-        if (!p->gray_buf.need(bytes)) {
-            LOG_AS(6, "ERR", "epc_frame_raw_proc", "[%s]malloc failed\n");
-            return;
-        }
-    }
-    if (!p->gray_ready) {
-        memset(p->gray_buf.data, 0, bytes);
-        return;
-    }
-    const int32_t divisor = p->gray_div, on = p->f_en_gray;
-    for (uint32_t i = 0; i < bytes / 2; i++) {
-        uint16_t sample;
-        memcpy(&sample, static_cast<const uint8_t *>(raw) + 2 * size_t{i}, sizeof(sample));
-        p->gray_buf.as<int16_t>()[i] = static_cast<int16_t>((sample - 2048) / divisor * on);
-    }
-}
 
 static bool _boosts(const epc_priv_t *p)
 {
@@ -42,7 +14,8 @@ int epc_frame_raw_proc(tqcam_drv_t *drv, void *raw, uint32_t count, const tqcam_
     if (!p || count != 1 || !raw || !info)
         return 0;
     if ((info->frame_format & 255) == EPC_FMT_GRAY_REF) {
-        _take_gray_reference(p, raw, info->frame_size);
+        // Until something declares a measured reference ready it is all zero.
+        chip_take_gray_reference(p, raw, info->frame_size, false, p->gray_ready && p->f_en_gray);
         return DRV_FRAME_CONSUMED;
     }
     if (!p->bfps.bfps_en || p->sport_en || p->bfps.bfps_dcs == 2)

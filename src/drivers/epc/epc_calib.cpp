@@ -6,26 +6,26 @@
 #include <iterator>
 
 #include "drivers/common/phase.h"
-#include "drivers/common/roi_size.h"
 #include "log/log.h"
 
 // Of a camera that was calibrated without temperatures, at 12 MHz.
 static constexpr float DEFAULT_TCOEF_MM[10] = {14.963f, 0, 13.78f, 1.183f, 0.2f, 0, 0, 0, 0, 0};
 static constexpr uint32_t DEFAULT_TCOEF_CNT = 6;
 
-bool epc_calib_is_ready(const epc_priv_t *p)
+bool epc_calib_is_ready(const chip_priv_t *chip)
 {
-    return p->mod_freq && calib_result_freq(&p->calib, &p->roi) == p->mod_freq;
+    const epc_priv_t *p = static_cast<const epc_priv_t *>(chip);
+    return p->mod_freq0 && calib_result_freq(&p->calib, &p->roi) == p->mod_freq0;
 }
 
-void epc_calc_unmount_clib(tqcam_drv_t *drv)
+void epc_calc_unmount_clib(chip_priv_t *chip)
 {
-    epc_priv_t *p = epc_priv(drv);
+    epc_priv_t *p = static_cast<epc_priv_t *>(chip);
     calib_result_free(&p->calib);
     p->calib_lens.store(nullptr, std::memory_order_release);
     if (p->calib_mounted) {
-        p->calib_mounted = 0;
-        LOG_DEBUG("[%s]Calib data unload [freq=%d, %d]\n", uint32_t{p->mod_freq}, 0);
+        p->calib_mounted = false;
+        LOG_DEBUG("[%s]Calib data unload [freq=%d, %d]\n", uint32_t{p->mod_freq0}, 0);
     }
 }
 
@@ -39,66 +39,28 @@ static void _install_default_tcoef(calib_result_t *c)
         c->tcoef[i] = c->tcoef_mm[i] / 12491.352f * 32768.0f;
 }
 
-// Loads and cuts to the device's region; false when nothing applies.
-static bool _load(tqcam_drv_t *drv)
+int epc_calc_mount_calib(chip_priv_t *chip)
 {
-    epc_priv_t *p = epc_priv(drv);
-    calib_result_t *c = &p->calib;
-    int32_t count = EPC_CALIB_FREQ_NUM;
-    const int32_t freq = calib_load(p->calib_path, p->mod_freq, c, p->calib_freqs, &count);
-    if (freq == -1)
-        return false;
-    p->calib_freq_cnt = static_cast<uint32_t>(std::clamp<int32_t>(count, 0, EPC_CALIB_FREQ_NUM));
-    if (freq < 0) {
-        LOG_AS(5, "WRN", "epc_calc_mount_calib", "[%s]  * freq %u not calibrated\n", uint32_t{p->mod_freq});
-        return false;
-    }
-    if (p->mod_freq == 0)
-        p->mod_freq = static_cast<uint32_t>(freq);
-    p->calib_lens.store(p->lens_pool.keep(c->lens), std::memory_order_release);
-    c->lens = nullptr;
-
-    if (roi_is_unset(p->roi)) {
-        p->roi = c->roi;
-        LOG_AS(1, "DBG", "epc_calc_mount_calib",
-               "[%s] -> Init driver roi to calib ROI: [%d,%d,%d,%d] binn=%d \n", p->roi.srow, p->roi.erow,
-               p->roi.scol, p->roi.ecol, p->roi.binning);
-    }
-    if (!calib_drnu_result_apply_roi(c, &p->roi)) {
-        LOG_AS(5, "WRN", "epc_calc_mount_calib", "[%s] -> Apply roi to calib data failed\n");
-        return false;
-    }
-    LOG_AS(1, "DBG", "epc_calc_mount_calib", "[%s] -> Apply roi to calib OK: [%d,%d,%d,%d] binn=%d \n",
-           p->roi.srow, p->roi.erow, p->roi.scol, p->roi.ecol, p->roi.binning);
-    return true;
-}
-
-int epc_calc_mount_calib(tqcam_drv_t *drv)
-{
-    epc_priv_t *p = epc_priv(drv);
+    epc_priv_t *p = static_cast<epc_priv_t *>(chip);
     calib_result_t *c = &p->calib;
     LOG_TRACE("[%s]Mount\n");
-    if (!_load(drv)) {
-        epc_calc_unmount_clib(drv);
+    if (!chip_calib_read(p, c, 0) || !chip_calib_cut(p, c)) {
+        epc_calc_unmount_clib(p);
         calib_result_reset(c);
-        LOG_INFO("[%s]No calib data : freq=%d. Use default scale_um/offset_mm = %d/%d\n",
-                 uint32_t{p->mod_freq}, c->slope_k, c->offset);
+        chip_calib_log_none(p, c, __func__);
         return -1;
     }
     if (c->tcoef_cnt == 0)
         _install_default_tcoef(c);
-    LOG_INFO("[%s]Calib loaded [freq=%.1f]: DRNU: cb=%d, ib=%d, s_um/o_mm=%d/%d; TEMP[n=%d]: "
-             "[%.2f,%.2f,%.2f,%.2f,%.2f]\n",
-             p->mod_freq / 1e6, c->blk.t_cal0, c->blk.t_cal1, c->slope_k, c->offset, c->tcoef_cnt,
-             c->tcoef_mm[0], c->tcoef_mm[1], c->tcoef_mm[2], c->tcoef_mm[3], c->tcoef_mm[4]);
-    p->calib_mounted = 1;
+    chip_calib_log(p, c, p->mod_freq0, c->tcoef_mm);
+    p->calib_mounted = true;
     return 1;
 }
 
 float _calc_get_temp_corr_phase(const epc_priv_t *p)
 {
     const calib_result_t &c = p->calib;
-    const float q = static_cast<float>(p->mod_freq) / static_cast<float>(c.tcoef_hdr.freq);
+    const float q = static_cast<float>(p->mod_freq0) / static_cast<float>(c.tcoef_hdr.freq);
     const float k_cb = c.tcoef[2] * q, k_ib = c.tcoef[3] * q, k_fps = c.tcoef[4] / 10.0f * q;
     const int temp_cb = p->temp.temp_cb, temp_ib = p->temp.temp_ib, fps = p->rate.fps_set;
     const int f0 = c.blk.fps >= 1 && c.blk.fps <= 30 ? c.blk.fps : 10;

@@ -53,7 +53,7 @@ static bool _mode_of(epc_priv_t *p, const tqcam_frame_info_t *info, int kind, ep
         if (kind == DRV_KIND_DIST)
             p->frame_ok = 0;
         return false;
-    case EPC_FMT_CALIB:
+    case CHIP_FMT_CALIB:
         LOG_AS(1, "DBG", "epc_frame_decode", "[%s]Calibration data frame,size:%d\n", info->frame_size);
         p->frame_ok = 0;
         return false;

@@ -134,7 +134,7 @@ int epc_calc_dist_raw(epc_priv_t *p, const epc_frame_t &f)
 {
     if (!_shape_ok(f))
         return 0;
-    const uint32_t mod_freq = p->mod_freq;
+    const uint32_t mod_freq = p->mod_freq0;
     _run(f, _dist_of(p, f, mod_freq), epc_dist_row, mod_freq, nullptr, nullptr, nullptr, _pixels(f));
     return 1;
 }
@@ -202,7 +202,7 @@ static int _calc_global(epc_priv_t *p, const epc_frame_t &f, const epc_dist_t &d
 {
     if (!_shape_ok(f))
         return 0;
-    _run(f, d, epc_global_row_plain, p->mod_freq, _gray_reference(p, f), nullptr, nullptr, _pixels(f));
+    _run(f, d, epc_global_row_plain, p->mod_freq0, _gray_reference(p, f), nullptr, nullptr, _pixels(f));
     return 1;
 }
 
@@ -210,7 +210,7 @@ int epc_calc_dist(epc_priv_t *p, const epc_frame_t &f)
 {
     {
         DrvLock lock(p->calib_lock); // planes and terms must stay until the frame is done
-        epc_dist_t d = _dist_of(p, f, p->mod_freq);
+        epc_dist_t d = _dist_of(p, f, p->mod_freq0);
         const bool each_pixel = p->f_en_pix_calib && !(p->sport_en && p->sport_mode == 1);
         const roi_planes_t planes = roi_planes_of(p->calib);
         // Planes of another size than the frame can't be used at all.

@@ -2,7 +2,6 @@
 #include "drivers/epc/epc_priv.h"
 
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -52,14 +51,6 @@ static uint32_t _read_variant(tqcam_drv_t *drv)
     return variant;
 }
 
-static void _init_locks(epc_priv_t *p)
-{
-    if (!p->calib_lock.init() || !p->bpf.lock.init() || !p->decode_lock.init()) {
-        LOG_AS(6, "ERR", "epc_init", "[%s]pthread_mutex_init failed\n");
-        exit(-1);
-    }
-}
-
 // The chip word tells two models apart that the register doesn't.
 static void _model_settings(epc_priv_t *p)
 {
@@ -76,105 +67,88 @@ static void _model_settings(epc_priv_t *p)
     }
 }
 
-bool epc_init(tqcam_drv_t *drv, tqcam_dev_t *dev)
+// The device runs at one frequency.
+static bool _read_freq(chip_priv_t *p, uint32_t freq[2])
+{
+    return dev_param_get(p->dev, TQCAM_PARAM_MOD_FREQ, freq, sizeof(*freq));
+}
+
+static void _release(chip_priv_t *p)
+{
+    delete static_cast<epc_priv_t *>(p);
+}
+
+// A 70 degree lens without distortion.
+lens_default_t epc_lens_default = {{}, {160, 120, 230, 230, {}, 0, 320, 240}};
+
+static const chip_family_t EPC_FAMILY = {
+    .name = {.init = "epc_init",
+             .calib_load = "epc_calib_load",
+             .mount = "epc_calc_mount_calib",
+             .update_roi = "epc_on_update_roi",
+             .lens_param_get = "epc_lens_param_get",
+             .filter_enable = "epc_filter_enable",
+             .filter_disable = "epc_filter_disable",
+             .frame_get_info = "epc_frame_get_info",
+             .frame_raw_proc = "epc_frame_raw_proc"},
+    .sensor_w = 320,
+    .sensor_h = 240,
+    .fallback_freq = 12000000,
+    .temp_limits = {900, 600},
+    .lens = &epc_lens_default,
+    .read_freq = _read_freq,
+    .freq_change = epc_event_freq_change,
+    .calib_is_ready = epc_calib_is_ready,
+    .mount = epc_calc_mount_calib,
+    .unmount = epc_calc_unmount_clib,
+    .release = _release,
+};
+
+static bool _init(tqcam_drv_t *drv, tqcam_dev_t *dev)
 {
     drv->dev = dev;
     if (!_register_preamble(drv))
         return false;
     epc_priv_t *p = new (std::nothrow) epc_priv_t();
-    if (!p) {
-        LOG_ERROR("[%s]malloc failed\n");
-        exit(-3);
-    }
-    p->dev = dev;
-    p->older = epc_priv(drv);
-    drv->priv = p;
-    _init_locks(p);
-
-    p->lens_from_file = lens_search(dev, &epc_lens_default, &p->lens_bin);
-    const tqcam_lens_param_t lens = lens_default_get(&epc_lens_default);
-    if (tq_calib_len_map_t *map = tq_priv_get_len_calib_handle(dev)) {
-        tq_calib_len_init_map(map, &lens);
-        p->mapped_lens = lens;
-    }
-
+    chip_open(drv, dev, &EPC_FAMILY, p);
     p->chip_variant = _read_variant(drv);
     _model_settings(p);
     const bool small = p->chip_variant == EPC_VARIANT_160X60;
     p->img_w = small ? 160 : 320;
     p->img_h = small ? 60 : 240;
     calib_result_reset(&p->calib);
-    if (!p->gray_buf.need(small ? 160 * 60 * 2 : EPC_GRAY_BYTES)) {
-        LOG_ERROR("[%s]malloc failed\n");
-        exit(-3);
-    }
-    bilateral_make(&p->bpf, p->img_w, p->img_h, 0, 4096, 0.02f, 0.1f, __func__);
-    dev_time_set(dev);
+    chip_open_end(p, small ? 160 * 60 * 2 : EPC_GRAY_BYTES, 4096, 0.02f, 0.1f);
     return true;
-}
-
-// A row binds one device. Where a second one took it over, the first one's record goes here too: neither may
-// use the row any more.
-void epc_uninit(tqcam_drv_t *drv)
-{
-    while (epc_priv_t *p = epc_priv(drv)) {
-        drv->priv = p->older;
-        bilateral_free(&p->bpf);
-        if (p->dev == drv->dev)
-            tq_calib_len_uninit_map(tq_priv_get_len_calib_handle(p->dev));
-        {
-            DrvLock lock(p->calib_lock);
-            p->f_en_gray = 0;
-            p->gray_buf.release();
-            tqcam_drv_t row = *drv;
-            row.priv = p;
-            epc_calc_unmount_clib(&row);
-            calib_result_free(&p->calib);
-        }
-        p->calib_lock.destroy();
-        p->bpf.lock.destroy();
-        p->decode_lock.destroy();
-        tqcam_param_len_unload(p->lens_bin);
-        delete p;
-    }
 }
 
 static int _no_use_cases(tqcam_drv_t *, tqcam_use_case_t *, uint8_t)
 {
     return 0;
 }
-static int _reserved_a(tqcam_drv_t *, int, int)
-{
-    return 0;
-}
-static int _reserved_b(tqcam_drv_t *, int, int)
-{
-    return 1;
-}
 
 const tqcam_drv_ops_t epc_ops = {
-    .init = epc_init,
-    .uninit = epc_uninit,
+    .init = _init,
+    .uninit = chip_uninit,
     .frame_get_info = epc_frame_get_info,
     .frame_decode = epc_frame_decode,
     .frame_need_data = _feature_bfps_need_data,
     .frame_raw_proc = epc_frame_raw_proc,
-    .lens_param_get = epc_lens_param_get,
-    .lens_rec_get = epc_lens_rec_get,
-    .calib_freq_get = epc_calib_freq_get,
+    .lens_param_get = chip_lens_param_get,
+    .lens_rec_get = chip_lens_rec_get,
+    .calib_freq_get = chip_calib_freq_get,
     .use_case_list = _no_use_cases,
     .use_case_set = nullptr,
     .use_case_get = nullptr,
-    .on_cap_state = epc_on_cap_state,
-    .on_update_fps = epc_on_update_fps,
+    .on_cap_state = chip_on_cap_state,
+    .on_update_fps = chip_on_update_fps,
     .on_update_intg_time = epc_on_update_intg_time,
     .on_update_fmt = epc_on_update_fmt,
     .on_update_mod_freq = epc_on_update_mod_freq,
-    .on_update_gray_div = epc_on_update_gray_div,
+    .on_update_gray_div = chip_on_update_gray_div,
     .on_update_roi = epc_on_update_roi,
-    .drv_calib_load = epc_calib_load,
-    .reserved_a = _reserved_a,
-    .reserved_b = _reserved_b,
+    .drv_calib_load = chip_calib_load,
+    .reserved_a = chip_reserved_a,
+    .reserved_b = chip_reserved_b,
     .filter_enable = epc_filter_enable,
     .filter_disable = epc_filter_disable,
 };

@@ -1,30 +1,10 @@
 // The EPC driver's private record and the functions that its files share.
-//
-// Locks: calib_lock guards the calibration, the device's region and the gray reference; the bilateral
-// filter's own lock guards that filter; the two never nest. decode_lock serialises decodes of one device on
-// several threads, which share amplitudes and filter state; it is taken first, and no parameter is written
-// under it. Switches and settings are changed by any thread while a frame is decoded, and are relaxed words:
-// a frame may meet the old value.
 #pragma once
 
-#include <atomic>
-
-#include "api/device.h"
-#include "calib/calib_result.h"
-#include "drivers/common/bilateral.h"
-#include "drivers/common/booster.h"
-#include "drivers/common/frame_clock.h"
-#include "drivers/common/frame_hash.h"
-#include "drivers/common/lens_source.h"
-#include "drivers/common/mutex.h"
-#include "drivers/common/temperature.h"
-#include "drivers/common/work_buf.h"
-#include "drivers/driver.h"
+#include "drivers/common/chip.h"
 #include "drivers/epc/epc_kernels.h"
-#include "util/relaxed.h"
 
 enum { EPC_VARIANT_ROI = 2, EPC_VARIANT_160X60 = 4 };
-enum { EPC_CALIB_FREQ_NUM = 100 };
 inline constexpr uint16_t EPC_INVALID_DIST = 65500;
 inline constexpr uint32_t EPC_GRAY_BYTES = 153600; // 320 x 240 samples
 
@@ -35,8 +15,7 @@ enum {
     EPC_FMT_1DCS = 4,
     EPC_FMT_NONE = 8,
     EPC_FMT_1DCS_B = 10,
-    EPC_FMT_GRAY_REF = 11,
-    EPC_FMT_CALIB = 171
+    EPC_FMT_GRAY_REF = 11
 };
 
 // How a frame is laid out: planes that follow each other, and how they are used.
@@ -47,132 +26,62 @@ struct epc_mode_t {
     bool upper_bits; // 4 DCS of the 160 x 60 sensor: the sample stands in the word's upper bits
 };
 
-struct epc_priv_t {
-    tqcam_dev_t *dev;
-    epc_priv_t *older = nullptr; // record that this one displaced from the row
-
+struct epc_priv_t : chip_priv_t {
     relaxed_t<uint32_t> chip_variant;
-    relaxed_t<uint8_t> raw_mode;
-
-    // Switches, most of them by a filter of the API; see epc_filters.cpp.
-    relaxed_t<uint8_t> f_en_pix_calib;
-    relaxed_t<uint8_t> f_en_minamp{1};
-    relaxed_t<uint8_t> f_en_auto_intg;
-    relaxed_t<uint8_t> f_en_sync_check;
-    relaxed_t<uint8_t> f_en_temp_monitor{1};
-    relaxed_t<uint8_t> hdr_en;
     relaxed_t<uint8_t> f_en_denoise;
-    relaxed_t<uint8_t> denoise_median; // recorded only
-    relaxed_t<uint8_t> f_en_bpf2d_iir;
-    relaxed_t<uint8_t> f_en_offset{1};
-    relaxed_t<uint8_t> f_en_flyfilter;
-    relaxed_t<uint8_t> f_en_hysteresis{1};
-    relaxed_t<uint8_t> sport_en;
-    relaxed_t<uint8_t> f_en_sys_calib{1};
-    relaxed_t<uint8_t> f_en_gray{1};
-    relaxed_t<uint8_t> f_en_temp_corr{1};
-
-    relaxed_t<uint8_t> f_param_flyfilter_th; // 0 to 31
-    relaxed_t<uint16_t> f_param_hysteresis{10};
-    relaxed_t<uint16_t> min_amp{30};
-    relaxed_t<uint16_t> auto_intg_ratio; // per mille
-    relaxed_t<uint16_t> sync_delay;
-    relaxed_t<uint32_t> temp_period{75}; // recorded only
-    relaxed_t<int32_t> user_offset;      // mm
+    relaxed_t<uint8_t> denoise_median;   // recorded only
     relaxed_t<uint8_t> denoise_level{5}; // recorded only
+    relaxed_t<uint8_t> sport_en;
+    relaxed_t<uint8_t> sport_mode;       // 0, 1 or 2
+    relaxed_t<uint16_t> auto_intg_ratio; // per mille
     relaxed_t<uint16_t> hdr_intg;
-    relaxed_t<float> sys_scale{1.0f};
-    relaxed_t<float> sys_offset; // mm
-    relaxed_t<uint16_t> gray_div{200};
-    relaxed_t<uint8_t> sport_mode; // 0, 1 or 2
-    relaxed_t<uint8_t> denoise_args[3];
-
-    booster_t bfps;
-    bilateral_t bpf;
-    temp_state_t temp;
-    frame_rate_t rate;
 
     // The frequency event's.
     relaxed_t<float> tc_k_cb{13.78f}, tc_k_ib{1.183f};
     relaxed_t<uint32_t> tc_k0{295}, tc_k0_ph;
     relaxed_t<float> tc_k_cb_ph, tc_k_ib_ph;
-    relaxed_t<uint32_t> intg_us;
     relaxed_t<int32_t> dmax; // range in mm
 
-    relaxed_t<uint8_t> frame_ok, calib_ok;
-    relaxed_t<uint32_t> img_w, img_h;
     relaxed_t<uint32_t> last_frame_size; // of the frame seen last
 
     // Under calib_lock.
-    drv_mutex_t calib_lock;
-    calib_roi_t roi = {};
-    char calib_path[64] = {};
-    relaxed_t<uint32_t> mod_freq; // written under the lock
-    uint8_t calib_mounted = 0;
-    uint32_t calib_freq_cnt = 0;
-    uint32_t calib_freqs[EPC_CALIB_FREQ_NUM] = {};
     calib_result_t calib = {};
     epc_after_t after_key = {}; // of after_table
     uint32_t after_n = 0;
     work_buf_t after_table;
     uint8_t gray_ready = 0; // nothing sets it: the reference stays zero
-    work_buf_t gray_buf;
-    tqcam_lens_param_t mapped_lens = {}; // what the lens map was made from
 
-    // Under decode_lock.
-    drv_mutex_t decode_lock;
-    uint32_t info_hash = 0; // of the frame that amp_buf holds
-    work_buf_t amp_buf;     // squared amplitudes
-    work_buf_t work;        // images between filters
-    work_buf_t hyst_state;
-
-    bool lens_from_file = false;
-    tq_lens_bin_t *lens_bin = nullptr;
-    lens_pool_t lens_pool;                                  // grows under calib_lock
-    std::atomic<const tq_lens_bin_t *> calib_lens{nullptr}; // in the pool; read without the lock
+    epc_priv_t()
+    {
+        f_en_minamp = f_en_offset = f_en_hysteresis = f_en_sys_calib = f_en_gray = 1;
+        min_amp = 30;
+    }
 };
 
 // The row's record; nullptr once it was released.
 inline epc_priv_t *epc_priv(const tqcam_drv_t *drv)
 {
-    return static_cast<epc_priv_t *>(drv->priv);
+    return static_cast<epc_priv_t *>(chip_priv(drv));
 }
-
-// epc_driver.cpp
-bool epc_init(tqcam_drv_t *drv, tqcam_dev_t *dev);
-void epc_uninit(tqcam_drv_t *drv);
 
 // epc_events.cpp
 void epc_event_freq_change(tqcam_drv_t *drv, uint32_t f0, uint32_t f1);
-void epc_on_cap_state(tqcam_drv_t *drv, int started);
-void epc_on_update_fps(tqcam_drv_t *drv, uint32_t fps);
 void epc_on_update_intg_time(tqcam_drv_t *drv, uint32_t us, int index);
 void epc_on_update_fmt(tqcam_drv_t *drv, uint32_t fmt);
 void epc_on_update_mod_freq(tqcam_drv_t *drv, uint32_t f0, uint32_t f1, uint32_t reserved);
-void epc_on_update_gray_div(tqcam_drv_t *drv, uint16_t value);
-
-// epc_roi.cpp
 void epc_on_update_roi(tqcam_drv_t *drv, const uint8_t *roi);
+
+// epc_driver.cpp
+extern lens_default_t epc_lens_default;
 
 // epc_filters.cpp
 bool epc_filter_enable(tqcam_drv_t *drv, uint32_t filter_id, const tqcam_filter_arg_t *arg);
 bool epc_filter_disable(tqcam_drv_t *drv, uint32_t filter_id);
 
-// epc_lens.cpp
-extern lens_default_t epc_lens_default;
-bool epc_lens_param_get(tqcam_drv_t *drv, tqcam_lens_param_t *out, int w, int h, int reserved);
-const tq_lens_bin_t *epc_lens_rec_get(tqcam_drv_t *drv);
-void epc_lens_update(tqcam_drv_t *drv,
-                     tqcam_lens_param_t *lens); // under calib_lock; *lens is zero on failure
-
-// epc_calib_load.cpp
-int epc_calib_load(tqcam_drv_t *drv, int zero0, int zero1, int two);
-int epc_calib_freq_get(tqcam_drv_t *drv, uint32_t *freqs, uint32_t *count);
-
 // epc_calib.cpp; all under calib_lock
-int epc_calc_mount_calib(tqcam_drv_t *drv);
-void epc_calc_unmount_clib(tqcam_drv_t *drv);
-bool epc_calib_is_ready(const epc_priv_t *p);
+int epc_calc_mount_calib(chip_priv_t *chip);
+void epc_calc_unmount_clib(chip_priv_t *chip);
+bool epc_calib_is_ready(const chip_priv_t *chip);
 float _calc_get_temp_corr_phase(const epc_priv_t *p);
 
 // epc_frame_info.cpp

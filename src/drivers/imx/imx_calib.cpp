@@ -4,7 +4,6 @@
 #include <iterator>
 
 #include "drivers/common/phase.h"
-#include "drivers/common/roi_size.h"
 #include "drivers/imx/imx_priv.h"
 #include "log/log.h"
 
@@ -14,20 +13,21 @@ static constexpr float DEFAULT_TCOEF_MM[IMX_TCOEF_NUM] = {3.1f, 0,       2.5f,  
                                                           0,    -4.064f, 47.397f, -6.596f, 0.334f};
 enum { K1 = 2, K2 = 3, K3 = 4, C0 = 6, C1 = 7, C2 = 8, C3 = 9 };
 
-bool imx_calib_is_ready(const imx_priv_t *p)
+bool imx_calib_is_ready(const chip_priv_t *chip)
 {
+    const imx_priv_t *p = static_cast<const imx_priv_t *>(chip);
     const auto ready = [p](int row, uint32_t freq) {
         return freq && calib_result_freq(&p->rows[row].calib, &p->roi) == freq;
     };
     return ready(0, p->mod_freq0) && (!p->mod_freq1 || ready(1, p->mod_freq1));
 }
 
-void imx_calc_unmount_calib(tqcam_drv_t *drv)
+void imx_calc_unmount_calib(chip_priv_t *chip)
 {
-    imx_priv_t *p = imx_priv(drv);
+    imx_priv_t *p = static_cast<imx_priv_t *>(chip);
     for (imx_row_t &row : p->rows)
         calib_result_free(&row.calib);
-    p->calib_lens = nullptr;
+    p->calib_lens.store(nullptr, std::memory_order_release);
     p->has_file_lens = 0;
     if (p->calib_mounted) {
         p->calib_mounted = false;
@@ -60,54 +60,24 @@ void imx_calib_mirror(calib_result_t *c)
 }
 
 // Loads one row's calibration and cuts it to the device's region; false when nothing applies.
-static bool _load_row(tqcam_drv_t *drv, int index)
+static bool _load_row(imx_priv_t *p, int index)
 {
-    static const char *const fn = "imx_calc_mount_calib";
-    imx_priv_t *p = imx_priv(drv);
     imx_row_t &row = p->rows[index];
     calib_result_t *c = &row.calib;
     calib_result_reset(c);
-    int32_t count = index == 0 ? IMX_CALIB_FREQ_NUM : 0;
-    const uint32_t wanted = index == 0 ? p->mod_freq0 : p->mod_freq1;
-    const int32_t freq = calib_load(p->calib_path, wanted, c, index == 0 ? p->calib_freqs : nullptr, &count);
-    if (freq == -1)
+    if (!chip_calib_read(p, c, index))
         return false;
-    if (index == 0)
-        p->calib_freq_cnt = static_cast<uint32_t>(std::clamp<int32_t>(count, 0, IMX_CALIB_FREQ_NUM));
-    if (freq < 0) {
-        LOG_AS(5, "WRN", fn, "[%s]  * freq %u not calibrated\n", wanted);
-        return false;
-    }
-    if (index == 0) {
-        if (wanted == 0)
-            p->mod_freq0 = static_cast<uint32_t>(freq);
-        p->calib_lens = p->lens_pool.keep(c->lens);
-        c->lens = nullptr;
-    }
     if (_is_mirrored(p)) {
-        LOG_AS(1, "DBG", fn, "[%s] * IMX570 Minikit h-reverse...\n");
+        LOG_AS(1, "DBG", "imx_calc_mount_calib", "[%s] * IMX570 Minikit h-reverse...\n");
         imx_calib_mirror(c);
     }
-    if (roi_is_unset(p->roi)) {
-        p->roi = c->roi;
-        LOG_AS(1, "DBG", fn, "[%s] -> Init driver roi to calib ROI: [%d,%d,%d,%d] binn=%d \n", p->roi.srow,
-               p->roi.erow, p->roi.scol, p->roi.ecol, p->roi.binning);
-    }
-    if (!calib_drnu_result_apply_roi(c, &p->roi)) {
-        LOG_AS(5, "WRN", fn, "[%s] -> Apply roi to calib data failed\n");
+    if (!chip_calib_cut(p, c))
         return false;
-    }
-    LOG_AS(1, "DBG", fn, "[%s] -> Apply roi to calib OK: [%d,%d,%d,%d] binn=%d \n", p->roi.srow, p->roi.erow,
-           p->roi.scol, p->roi.ecol, p->roi.binning);
     if (c->tcoef_cnt > 0) {
         row.temp_hdr = c->tcoef_hdr;
         std::copy_n(c->tcoef_mm, std::min<uint32_t>(c->tcoef_cnt, IMX_TCOEF_NUM), row.tcoef_mm);
     }
-    LOG_AS(4, "INF", fn,
-           "[%s]Calib loaded [freq=%.1f]: DRNU: cb=%d, ib=%d, s_um/o_mm=%d/%d; TEMP[n=%d]: "
-           "[%.2f,%.2f,%.2f,%.2f,%.2f]\n",
-           freq / 1e6, c->blk.t_cal0, c->blk.t_cal1, c->slope_k, c->offset, c->tcoef_cnt, row.tcoef_mm[0],
-           row.tcoef_mm[1], row.tcoef_mm[2], row.tcoef_mm[3], row.tcoef_mm[4]);
+    chip_calib_log(p, c, index == 0 ? p->mod_freq0 : p->mod_freq1, row.tcoef_mm);
     return true;
 }
 
@@ -124,14 +94,13 @@ static void _take_file_lens(imx_priv_t *p)
     tqcam_param_close(&file);
 }
 
-int imx_calc_mount_calib_ex(tqcam_drv_t *drv, int dual)
+static int imx_calc_mount_calib_ex(imx_priv_t *p, bool dual)
 {
-    imx_priv_t *p = imx_priv(drv);
     LOG_TRACE("[%s]Mount\n");
     _install_default_temp(p);
-    bool loaded = _load_row(drv, 0);
+    bool loaded = _load_row(p, 0);
     if (loaded && dual) {
-        loaded = _load_row(drv, 1);
+        loaded = _load_row(p, 1);
         // Only the IMX570 is measured for each of its frequencies.
         if (loaded && !p->is_imx570) {
             p->rows[1].temp_hdr = p->rows[0].temp_hdr;
@@ -139,11 +108,10 @@ int imx_calc_mount_calib_ex(tqcam_drv_t *drv, int dual)
         }
     }
     if (!loaded) {
-        imx_calc_unmount_calib(drv);
+        imx_calc_unmount_calib(p);
         for (imx_row_t &row : p->rows)
             calib_result_reset(&row.calib);
-        LOG_INFO("[%s]No calib data : freq=%d. Use default scale_um/offset_mm = %d/%d\n",
-                 uint32_t{p->mod_freq0}, p->rows[0].calib.slope_k, p->rows[0].calib.offset);
+        chip_calib_log_none(p, &p->rows[0].calib, __func__);
         return -1;
     }
     if (!p->calib_lens)
@@ -152,9 +120,16 @@ int imx_calc_mount_calib_ex(tqcam_drv_t *drv, int dual)
     return 1;
 }
 
-int imx_calc_mount_calib(tqcam_drv_t *drv)
+int imx_calc_mount_calib(chip_priv_t *chip)
 {
-    return imx_calc_mount_calib_ex(drv, 0);
+    imx_priv_t *p = static_cast<imx_priv_t *>(chip);
+    const bool dual = p->mod_freq1 != 0;
+    const int result = imx_calc_mount_calib_ex(p, dual);
+    p->dmax0 = range_of(p->mod_freq0); // with frequency 0, the calibration's
+    p->dmax1 = range_of(p->mod_freq1); // 0 for one frequency: a frame of two can't be unwrapped then
+    if (!dual)
+        p->dmax = p->dmax0;
+    return result;
 }
 
 // Piecewise around 20 degrees: below, the sensor drifts twice as fast, and below 0 by a line of its own. Sums

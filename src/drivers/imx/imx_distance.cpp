@@ -48,6 +48,17 @@ static void _load_4dcs(const imx_frame_t &f, size_t at, size_t n, int16_t *i, in
     _zero_bad(i, q, bad, n);
 }
 
+// Of a frame of one frequency, or the first of two.
+static void _load(const imx_frame_t &f, size_t at, size_t n, int16_t *i, int16_t *q)
+{
+    if (f.format->packed)
+        _load_packed(f, 0, at, n, i, q);
+    else if (f.format->subframes == 4)
+        _load_4dcs(f, at, n, i, q);
+    else
+        _load_words(f, at, n, i, q);
+}
+
 static imx_map_t _map_of(const imx_priv_t *p, int32_t dm)
 {
     const bool on = p->f_en_offset;
@@ -110,12 +121,7 @@ static int _calc_single(imx_priv_t *p, const imx_frame_t &f, imx_calib_kind_t ki
     int16_t i[TILE], q[TILE];
     for (size_t at = 0; at < n; at += TILE) {
         const size_t m = std::min(TILE, n - at);
-        if (f.format->packed)
-            _load_packed(f, 0, at, m, i, q);
-        else if (f.format->subframes == 4)
-            _load_4dcs(f, at, m, i, q);
-        else
-            _load_words(f, at, m, i, q);
+        _load(f, at, m, i, q);
         imx_dist(f.dist + at, f.amp + at, i, q, m, map, _line_at(line, at));
     }
     return 1;
@@ -196,12 +202,7 @@ int imx_calc_gray(uint16_t *gray, const imx_frame_t &f)
     uint32_t amp[TILE];
     for (size_t at = 0; at < n; at += TILE) {
         const size_t m = std::min(TILE, n - at);
-        if (f.format->packed)
-            _load_packed(f, 0, at, m, i, q);
-        else if (f.format->subframes == 4)
-            _load_4dcs(f, at, m, i, q);
-        else
-            _load_words(f, at, m, i, q);
+        _load(f, at, m, i, q);
         imx_amp(amp, i, q, m);
         amp_to_gray(gray + at, amp, m);
     }

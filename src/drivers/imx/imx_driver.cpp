@@ -1,6 +1,5 @@
 // The SONY family's table of operations, and how a device of it comes to life and goes.
 #include <cstdio>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 
@@ -59,108 +58,107 @@ static void _fill_tele_table(imx_priv_t *p)
     std::memcpy(p->tele_table, table, sizeof(table));
 }
 
-bool imx_init(tqcam_drv_t *drv, tqcam_dev_t *dev)
+// Does the device send frames of two frequencies?
+static bool _runs_dual(chip_priv_t *p)
 {
-    drv->dev = dev;
-    imx_priv_t *p = new (std::nothrow) imx_priv_t();
-    if (!p) {
-        LOG_ERROR("[%s]malloc failed\n");
-        std::exit(-3);
-    }
-    p->dev = dev;
-    p->older = imx_priv(drv);
-    drv->priv = p;
-    if (!p->calib_lock.init() || !p->bpf.lock.init() || !p->decode_lock.init()) {
-        LOG_ERROR("[%s]pthread_mutex_init failed\n");
-        std::exit(-1);
-    }
+    uint32_t format = 0;
+    if (!dev_param_get(p->dev, TQCAM_PARAM_FORMAT, &format, sizeof(format)))
+        return false;
+    const uint32_t code = format & 127;
+    return code == IMX_FMT_IQ_DUAL || code == IMX_FMT_PACKED_DUAL;
+}
 
-    p->lens_from_file = lens_search(dev, &imx_lens_default, &p->lens_bin);
-    const tqcam_lens_param_t lens = lens_default_get(&imx_lens_default);
-    if (tq_calib_len_map_t *map = tq_priv_get_len_calib_handle(dev)) {
-        tq_calib_len_init_map(map, &lens);
-        p->mapped_lens = lens;
-    }
+static bool _read_freq(chip_priv_t *p, uint32_t freq[2])
+{
+    if (_runs_dual(p))
+        return dev_param_get(p->dev, TQCAM_PARAM_DUAL_FREQ, freq, 2 * sizeof(*freq));
+    return dev_param_get(p->dev, TQCAM_PARAM_MOD_FREQ, freq, sizeof(*freq));
+}
+
+static void _release(chip_priv_t *p)
+{
+    delete static_cast<imx_priv_t *>(p);
+}
+
+// A 70 degree lens without distortion.
+lens_default_t imx_lens_default = {{}, {320, 240, 460, 460, {}, 0, 640, 480}};
+
+static const chip_family_t IMX_FAMILY = {
+    .name = {.init = "imx_init",
+             .calib_load = "imx_calib_load",
+             .mount = "imx_calc_mount_calib",
+             .update_roi = "imx_on_update_roi",
+             .lens_param_get = "imx_lens_param_get",
+             .filter_enable = "imx_filter_enable",
+             .filter_disable = "imx_filter_disable",
+             .frame_get_info = "imx_frame_get_info",
+             .frame_raw_proc = "imx_frame_raw_proc"},
+    .sensor_w = IMX_SENSOR_W,
+    .sensor_h = IMX_SENSOR_H,
+    .fallback_freq = 120000000,
+    .temp_limits = {1250, 1000},
+    .lens = &imx_lens_default,
+    .read_freq = _read_freq,
+    .freq_change = imx_event_freq_change,
+    .calib_is_ready = imx_calib_is_ready,
+    .mount = imx_calc_mount_calib,
+    .unmount = imx_calc_unmount_calib,
+    .release = _release,
+};
+
+static bool _init(tqcam_drv_t *drv, tqcam_dev_t *dev)
+{
+    imx_priv_t *p = new (std::nothrow) imx_priv_t();
+    chip_open(drv, dev, &IMX_FAMILY, p);
     _fill_tele_table(p);
     p->tele = tqtele_register(p->tele_table, IMX_TELE_VARS);
     p->is_imx570 = _is_imx570(dev);
     if (p->is_imx570)
-        LOG_DEBUG("[%s] * Temp-ceof dependent on freq mode: Enabled\n");
+        LOG_AS(1, "DBG", "imx_init", "[%s] * Temp-ceof dependent on freq mode: Enabled\n");
     _log_dev_lens(dev);
     imx_use_cases_init(p);
     for (imx_row_t &row : p->rows)
         calib_result_reset(&row.calib);
-    if (!p->gray_buf.need(IMX_GRAY_BYTES)) {
-        LOG_ERROR("[%s]malloc failed\n");
-        std::exit(-3);
-    }
+    p->img_w = IMX_SENSOR_W;
+    p->img_h = IMX_SENSOR_H;
     p->bpf.f_param_bpf_sigma_spatial = 0.01f;
     p->bpf.f_param_bpf_sigma_range = 0.02f;
     p->bpf.f_param_bpf_range_min = 0;
     p->bpf.f_param_bpf_range_max = 256;
-    bilateral_make(&p->bpf, p->img_w, p->img_h, 0, 256, 0.01f, 0.02f, __func__);
-    dev_time_set(dev);
+    chip_open_end(p, IMX_GRAY_BYTES, 256, 0.01f, 0.02f);
     return true;
 }
 
-// Where a second device took the row over, the first one's record goes here too: neither may use the row any
-// more.
-void imx_uninit(tqcam_drv_t *drv)
+static void _uninit(tqcam_drv_t *drv)
 {
-    while (imx_priv_t *p = imx_priv(drv)) {
-        drv->priv = p->older;
-        tqtele_unregister(p->tele);
-        bilateral_free(&p->bpf);
-        if (p->dev == drv->dev)
-            tq_calib_len_uninit_map(tq_priv_get_len_calib_handle(p->dev));
-        {
-            DrvLock lock(p->calib_lock);
-            p->f_en_gray = 0;
-            p->gray_buf.release();
-            tqcam_drv_t row = *drv;
-            row.priv = p;
-            imx_calc_unmount_calib(&row);
-        }
-        p->calib_lock.destroy();
-        p->bpf.lock.destroy();
-        p->decode_lock.destroy();
-        tqcam_param_len_unload(p->lens_bin);
-        delete p;
-    }
-}
-
-static int _reserved_a(tqcam_drv_t *, int, int)
-{
-    return 0;
-}
-static int _reserved_b(tqcam_drv_t *, int, int)
-{
-    return 1;
+    for (chip_priv_t *p = chip_priv(drv); p; p = p->older)
+        tqtele_unregister(static_cast<imx_priv_t *>(p)->tele);
+    chip_uninit(drv);
 }
 
 const tqcam_drv_ops_t imx_ops = {
-    .init = imx_init,
-    .uninit = imx_uninit,
+    .init = _init,
+    .uninit = _uninit,
     .frame_get_info = imx_frame_get_info,
     .frame_decode = imx_frame_decode,
     .frame_need_data = imx_frame_need_data,
     .frame_raw_proc = imx_frame_raw_proc,
-    .lens_param_get = imx_lens_param_get,
-    .lens_rec_get = imx_lens_rec_get,
-    .calib_freq_get = imx_calib_freq_get,
+    .lens_param_get = chip_lens_param_get,
+    .lens_rec_get = chip_lens_rec_get,
+    .calib_freq_get = chip_calib_freq_get,
     .use_case_list = imx_use_case_list,
     .use_case_set = imx_use_case_set,
     .use_case_get = imx_use_case_get,
-    .on_cap_state = imx_on_cap_state,
-    .on_update_fps = imx_on_update_fps,
+    .on_cap_state = chip_on_cap_state,
+    .on_update_fps = chip_on_update_fps,
     .on_update_intg_time = imx_on_update_intg_time,
     .on_update_fmt = imx_on_update_fmt,
     .on_update_mod_freq = imx_on_update_mod_freq,
-    .on_update_gray_div = imx_on_update_gray_div,
+    .on_update_gray_div = chip_on_update_gray_div,
     .on_update_roi = imx_on_update_roi,
-    .drv_calib_load = imx_calib_load,
-    .reserved_a = _reserved_a,
-    .reserved_b = _reserved_b,
+    .drv_calib_load = chip_calib_load,
+    .reserved_a = chip_reserved_a,
+    .reserved_b = chip_reserved_b,
     .filter_enable = imx_filter_enable,
     .filter_disable = imx_filter_disable,
 };

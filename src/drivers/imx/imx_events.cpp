@@ -1,35 +1,9 @@
 // What the driver does when a parameter changed.
-#include <cstring>
-
 #include "drivers/common/dev_param.h"
-#include "drivers/common/phase.h"
-#include "drivers/common/roi_event.h"
 #include "drivers/imx/imx_priv.h"
 #include "log/log.h"
 
-static void _refresh_sys_calib(imx_priv_t *p)
-{
-    float scale, offset;
-    if (!dev_sys_calib_get(p->dev, &scale, &offset))
-        return;
-    p->sys_scale = scale;
-    p->sys_offset = offset;
-}
-
 // Under one lock: a decode meets frequencies, ranges and calibrations that belong together.
-static void _mount(tqcam_drv_t *drv)
-{
-    imx_priv_t *p = imx_priv(drv);
-    if (p->mod_freq1)
-        imx_calc_mount_calib_ex(drv, 1);
-    else
-        imx_calc_mount_calib(drv);
-    p->dmax0 = range_of(p->mod_freq0); // with frequency 0, the calibration's
-    p->dmax1 = range_of(p->mod_freq1); // 0 for one frequency: a frame of two can't be unwrapped then
-    if (!p->mod_freq1)
-        p->dmax = p->dmax0;
-}
-
 void imx_event_freq_change(tqcam_drv_t *drv, uint32_t f0, uint32_t f1)
 {
     imx_priv_t *p = imx_priv(drv);
@@ -42,12 +16,12 @@ void imx_event_freq_change(tqcam_drv_t *drv, uint32_t f0, uint32_t f1)
     else
         LOG_DEBUG("[%s]MOD_FREQ change: [%d, %d] -> [%d, %d] HZ\n", uint32_t{p->mod_freq0},
                   uint32_t{p->mod_freq1}, f0, f1);
-    imx_calc_unmount_calib(drv);
+    imx_calc_unmount_calib(p);
     p->mod_freq0 = f0;
     p->mod_freq1 = f1;
-    _mount(drv);
+    imx_calc_mount_calib(p);
     tqcam_lens_param_t lens;
-    imx_lens_update(drv, &lens);
+    chip_lens_update(p, &lens);
     p->f_en_pix_calib = p->calib_mounted;
 }
 
@@ -87,7 +61,7 @@ void imx_on_update_mod_freq(tqcam_drv_t *drv, uint32_t f0, uint32_t f1, uint32_t
                   static_cast<double>(p->bpf.f_param_bpf_sigma_spatial));
         tqtele_sync(p->tele, true);
     }
-    _refresh_sys_calib(p);
+    chip_sys_calib_refresh(p);
 }
 
 // Changes the frame format because of the second integration time.
@@ -126,64 +100,11 @@ void imx_on_update_intg_time(tqcam_drv_t *drv, uint32_t us, int index)
 void imx_on_update_fmt(tqcam_drv_t *drv, uint32_t)
 {
     if (imx_priv_t *p = imx_priv(drv))
-        _refresh_sys_calib(p);
+        chip_sys_calib_refresh(p);
 }
 
-void imx_on_update_fps(tqcam_drv_t *drv, uint32_t fps)
-{
-    if (imx_priv_t *p = imx_priv(drv))
-        frame_rate_set(&p->rate, fps);
-}
-
-void imx_on_update_gray_div(tqcam_drv_t *drv, uint16_t value)
-{
-    if (imx_priv_t *p = imx_priv(drv))
-        p->gray_div = value ? value : 1;
-}
-
-void imx_on_cap_state(tqcam_drv_t *drv, int started)
-{
-    imx_priv_t *p = imx_priv(drv);
-    if (!p || started)
-        return;
-    temp_restart(&p->temp);
-    p->rate.mark_ms = 0;
-}
-
-// Frames show the region, binned. Nothing else has to change when that is what was there before.
 void imx_on_update_roi(tqcam_drv_t *drv, const uint8_t *value)
 {
-    imx_priv_t *p = imx_priv(drv);
-    if (!p)
-        return;
-    calib_roi_t roi;
-    std::memcpy(&roi, value, sizeof(roi));
-    uint32_t w = p->img_w, h = p->img_h;
-    bool whole = false;
-    roi_frame_t frame = {w, h, whole};
-    roi_frame_of(roi, IMX_SENSOR_W, IMX_SENSOR_H, &frame, __func__);
-    w = frame.w;
-    h = frame.h;
-    whole = frame.whole;
-    tqcam_lens_param_t lens = {};
-    {
-        DrvLock lock(p->calib_lock);
-        p->roi = roi;
-        const bool ready = imx_calib_is_ready(p);
-        if (whole && w == p->img_w && h == p->img_h && (ready || !p->calib_mounted)) {
-            LOG_DEBUG("[%s] roi updated: %ux%u @ (%u, %u), binning=%u\n", w, h, roi.scol, roi.srow,
-                      roi.binning);
-            return;
-        }
-        p->img_w = w;
-        p->img_h = h;
-        if (!ready) {
-            imx_calc_unmount_calib(drv);
-            _mount(drv);
-        }
-        imx_lens_update(drv, &lens);
-    }
-    _filter_bpf_reload_parameter(&p->bpf, w, h, true);
-    LOG_DEBUG("[%s] roi updated: %ux%u @ (%u, %u), binning=%u, len=[%f,%f,%f,%f]\n", w, h, roi.scol, roi.srow,
-              roi.binning, lens.cx, lens.cy, lens.fx, lens.fy);
+    if (imx_priv_t *p = imx_priv(drv))
+        chip_update_roi(p, value, false);
 }

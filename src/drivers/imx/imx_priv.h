@@ -1,28 +1,14 @@
-// The SONY driver's private record and the functions that its files share. It repeats the EPC driver in
-// structure; what differs: two modulation frequencies, each with a calibration of its own, use cases, filter
-// parameters that follow the frequency, and integration times that the device sets by itself.
-//
-// Locks as there: decode_lock serialises decodes of one device and is taken first; calib_lock guards
-// calibration, region and gray reference; the bilateral filter has its own. Switches are relaxed words.
+// The SONY driver's private record and the functions that its files share. Beside what all families have
+// there are two modulation frequencies, each with a calibration of its own, use cases, filter parameters that
+// follow the frequency, and integration times that the device sets by itself.
 #pragma once
 
-#include "api/device.h"
-#include "calib/calib_result.h"
-#include "drivers/common/bilateral.h"
-#include "drivers/common/booster.h"
-#include "drivers/common/frame_clock.h"
-#include "drivers/common/frame_hash.h"
-#include "drivers/common/lens_source.h"
-#include "drivers/common/mutex.h"
-#include "drivers/common/temperature.h"
-#include "drivers/common/work_buf.h"
-#include "drivers/driver.h"
+#include "drivers/common/chip.h"
 #include "drivers/imx/imx_format.h"
 #include "drivers/imx/imx_kernels.h"
 #include "drivers/tqtele.h"
-#include "util/relaxed.h"
 
-enum { IMX_CALIB_FREQ_NUM = 100, IMX_TCOEF_NUM = 10, IMX_USE_CASES = 4, IMX_TELE_VARS = 12 };
+enum { IMX_TCOEF_NUM = 10, IMX_USE_CASES = 4, IMX_TELE_VARS = 12 };
 inline constexpr uint32_t IMX_SENSOR_W = 640, IMX_SENSOR_H = 480;
 inline constexpr uint32_t IMX_GRAY_BYTES = 614400;
 
@@ -33,98 +19,43 @@ struct imx_row_t {
     float tcoef_mm[IMX_TCOEF_NUM] = {}; // mm per degree, and the terms of the integration time
 };
 
-struct imx_priv_t {
-    tqcam_dev_t *dev;
-    imx_priv_t *older = nullptr; // record that this one displaced from the row
-
-    relaxed_t<uint8_t> raw_mode, frame_ok, calib_ok;
-
-    // Switches and settings, most of them a filter's of the API; see imx_filters.cpp.
-    relaxed_t<uint8_t> f_en_pix_calib;
-    relaxed_t<uint8_t> f_en_minamp;
-    relaxed_t<uint8_t> f_en_auto_intg;
-    relaxed_t<uint8_t> f_en_sync_check;
-    relaxed_t<uint8_t> f_en_temp_monitor{1};
-    relaxed_t<uint8_t> hdr_en;
+struct imx_priv_t : chip_priv_t {
     relaxed_t<uint8_t> f_en_median;
-    relaxed_t<uint8_t> f_en_offset;
-    relaxed_t<uint8_t> f_en_flyfilter;
-    relaxed_t<uint8_t> f_en_hysteresis;
-    relaxed_t<uint8_t> f_en_sys_calib;
-    relaxed_t<uint8_t> f_en_gray;
-    relaxed_t<uint8_t> f_en_bpf2d_iir, f_en_fill_hole;
+    relaxed_t<uint8_t> f_en_fill_hole;
     relaxed_t<uint8_t> f_en_gaus_iir; // registry only
     relaxed_t<uint8_t> dual_freq;     // the last frequency event had two
-    relaxed_t<uint8_t> f_en_temp_corr{1};
-    relaxed_t<uint32_t> f_param_flyfilter_th; // follows the frequency
-    relaxed_t<uint16_t> f_param_hysteresis{10};
-    relaxed_t<uint16_t> min_amp;
     relaxed_t<uint16_t> auto_intg_value;
-    relaxed_t<uint16_t> sync_delay;
-    relaxed_t<uint16_t> temp_period{75}; // recorded only
-    relaxed_t<int32_t> user_offset;      // mm
     relaxed_t<float> user_scale{1.0f};
     relaxed_t<uint8_t> median_ksize{5};
     relaxed_t<float> f_param_gaus_iir_sigma{0.1f}; // registry only
-    relaxed_t<uint8_t> denoise_args[3];
-    relaxed_t<uint16_t> gray_div{200};
-    relaxed_t<float> sys_scale{1.0f}, sys_offset; // as the device stores them; recorded only
-    relaxed_t<uint32_t> intg_us;
-    relaxed_t<int32_t> saved_fmt{-1}; // format to return to after HDR
+    relaxed_t<int32_t> saved_fmt{-1};              // format to return to after HDR
     relaxed_t<uint32_t> cur_use_case;
 
     bool is_imx570 = false; // its calibration brings temperature coefficients for each frequency
     void *tele = nullptr;
     tqtele_var_t tele_table[IMX_TELE_VARS];
 
-    booster_t bfps;
-    bilateral_t bpf;
-    temp_state_t temp;
-    frame_rate_t rate;
-    relaxed_t<uint32_t> img_w{IMX_SENSOR_W}, img_h{IMX_SENSOR_H};
-
     // Under calib_lock.
-    drv_mutex_t calib_lock;
-    calib_roi_t roi = {};
-    char calib_path[64] = {};
-    relaxed_t<uint32_t> mod_freq0, mod_freq1; // Hz; the second 0 with one frequency
-    int32_t dmax = 0;                         // range of the only frequency in mm
-    int32_t dmax0 = 0, dmax1 = 0;             // of two
-    bool calib_mounted = false;
+    int32_t dmax = 0;             // range of the only frequency in mm
+    int32_t dmax0 = 0, dmax1 = 0; // of two
     bool temp_model_ready = false;
-    uint32_t calib_freq_cnt = 0;
-    uint32_t calib_freqs[IMX_CALIB_FREQ_NUM] = {};
     imx_row_t rows[2]; // of mod_freq0 and mod_freq1
     tqcam_use_case_t use_cases[IMX_USE_CASES];
-    work_buf_t gray_buf;
-    tqcam_lens_param_t mapped_lens = {};
-    relaxed_t<uint8_t> has_file_lens;
-    tqcam_lens_param_t file_lens = {}; // of the calibration file's header
-
-    // Under decode_lock.
-    drv_mutex_t decode_lock;
-    uint32_t info_hash = 0;
-    work_buf_t amp_buf, work, hyst_state;
-
-    bool lens_from_file = false;
-    tq_lens_bin_t *lens_bin = nullptr;
-    lens_pool_t lens_pool;
-    relaxed_t<const tq_lens_bin_t *> calib_lens; // in the pool, or nullptr
 };
 
 inline imx_priv_t *imx_priv(const tqcam_drv_t *drv)
 {
-    return static_cast<imx_priv_t *>(drv->priv);
+    return static_cast<imx_priv_t *>(chip_priv(drv));
 }
+
+// imx_driver.cpp
+extern lens_default_t imx_lens_default;
 
 // imx_events.cpp
 void imx_event_freq_change(tqcam_drv_t *drv, uint32_t f0, uint32_t f1);
-void imx_on_cap_state(tqcam_drv_t *drv, int started);
-void imx_on_update_fps(tqcam_drv_t *drv, uint32_t fps);
 void imx_on_update_intg_time(tqcam_drv_t *drv, uint32_t us, int index);
 void imx_on_update_fmt(tqcam_drv_t *drv, uint32_t fmt);
 void imx_on_update_mod_freq(tqcam_drv_t *drv, uint32_t f0, uint32_t f1, uint32_t reserved);
-void imx_on_update_gray_div(tqcam_drv_t *drv, uint16_t value);
 void imx_on_update_roi(tqcam_drv_t *drv, const uint8_t *roi);
 
 // imx_filters.cpp
@@ -137,22 +68,10 @@ int imx_use_case_list(tqcam_drv_t *drv, tqcam_use_case_t *cases, uint8_t cap);
 int imx_use_case_set(tqcam_drv_t *drv, uint32_t index);
 int imx_use_case_get(tqcam_drv_t *drv, tqcam_use_case_t *record);
 
-// imx_lens.cpp
-extern lens_default_t imx_lens_default;
-bool imx_lens_param_get(tqcam_drv_t *drv, tqcam_lens_param_t *out, int w, int h, int reserved);
-const tq_lens_bin_t *imx_lens_rec_get(tqcam_drv_t *drv);
-void imx_lens_update(tqcam_drv_t *drv,
-                     tqcam_lens_param_t *lens); // under calib_lock; *lens is zero on failure
-
-// imx_calib_load.cpp
-int imx_calib_load(tqcam_drv_t *drv, int zero0, int zero1, int two);
-int imx_calib_freq_get(tqcam_drv_t *drv, uint32_t *freqs, uint32_t *count);
-
 // imx_calib.cpp; all under calib_lock
-int imx_calc_mount_calib(tqcam_drv_t *drv);              // one frequency
-int imx_calc_mount_calib_ex(tqcam_drv_t *drv, int dual); // two
-void imx_calc_unmount_calib(tqcam_drv_t *drv);
-bool imx_calib_is_ready(const imx_priv_t *p);
+int imx_calc_mount_calib(chip_priv_t *chip); // for one frequency or two; sets the ranges
+void imx_calc_unmount_calib(chip_priv_t *chip);
+bool imx_calib_is_ready(const chip_priv_t *chip);
 void imx_calib_mirror(calib_result_t *c); // left and right, before a region was cut
 float imx_temp_corr_phase(const imx_priv_t *p, int index);
 
