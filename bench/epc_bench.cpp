@@ -85,7 +85,8 @@ struct camera_t {
 
 // Runs a row kernel over the frame, each row to its place.
 struct frame_rows_t {
-    std::vector<uint16_t> dist = std::vector<uint16_t>(N), table = std::vector<uint16_t>(3 * 12491);
+    std::vector<uint16_t> dist = std::vector<uint16_t>(N), table = std::vector<uint16_t>(3 * 12491 + 1),
+                          phases = std::vector<uint16_t>(PHASE_TURN + 1);
     std::vector<uint32_t> amp = std::vector<uint32_t>(N);
     std::vector<float> planes = std::vector<float>(2 * N, 1);
     epc_dist_t d = {};
@@ -97,9 +98,12 @@ struct frame_rows_t {
         d.after = {{12, 0.002f, 0.5f, 1}, 32768, 0, d.dmax};
         d.global_k = (float)(d.dmax / 32768.0);
         d.slope_k = 1000;
-        for (int i = 0; i < (int)table.size(); i++)
-            table[(size_t)i] = epc_after(i - d.dmax, d.after);
-        d.after_table = {table.data(), -d.dmax, (uint32_t)table.size()};
+        for (int i = 0; i < 3 * d.dmax; i++)
+            table[(size_t)i + 1] = epc_after(i - d.dmax, d.after);
+        d.after_table = {table.data() + 1, -d.dmax, 3 * (uint32_t)d.dmax};
+        for (int i = 0; i < PHASE_TURN; i++)
+            phases[(size_t)i] = epc_global_mm(i, d);
+        d.phase_table = phases.data();
     }
     void run(void (*kernel)(const epc_row_t &, const epc_dist_t &))
     {
@@ -122,14 +126,13 @@ void add_kernels()
 {
     const auto rows = std::make_shared<frame_rows_t>();
     bench_forms("epc/phase_4dcs", N, [rows] { rows->run(epc_dist_row); });
-    bench_row("epc/phase_4dcs_global/plain", N, [rows] { rows->run(epc_global_row_plain); });
+    bench_forms("epc/phase_4dcs_global", N, [rows] { rows->run(epc_global_row); });
     bench_forms("epc/phase_4dcs_drnu", N, [rows] { rows->run(epc_drnu_row); });
     bench_copy("epc/phase_4dcs", N, (size_t)N * 14 / 2); // 8 bytes in, 6 out
     bench_row("epc/row_sort/plain", N, [rows, to = std::vector<uint16_t>(N)]() mutable {
         epc_row_sort_u16_plain(to.data(), rows->dist.data(), W, H);
     });
-    bench_row("epc/hdr_merge/plain", N,
-              [rows] { epc_hdr_merge_plain(rows->dist.data(), rows->amp.data(), W, H); });
+    bench_forms("epc/hdr_merge", N, [rows] { epc_hdr_merge(rows->dist.data(), rows->amp.data(), W, H); });
     bench_forms("epc/min_amp_hyst", N, [rows, state = std::vector<uint8_t>(N)]() mutable {
         min_amp_hyst(rows->dist.data(), state.data(), rows->amp.data(), N, {900, 4072324, 800, 4072424});
     });
@@ -137,11 +140,11 @@ void add_kernels()
     bench_forms("epc/amp_to_gray", N, [rows, to = std::vector<uint16_t>(N)]() mutable {
         amp_to_gray(to.data(), rows->amp.data(), N);
     });
-    bench_row("epc/gray_4dcs/plain", N, [to = std::vector<uint16_t>(N)]() mutable {
+    bench_forms("epc/gray_4dcs", N, [to = std::vector<uint16_t>(N)]() mutable {
         const uint16_t *raw = camera_t::get().raw.data();
         for (int y = 0; y < H; y++) {
             const uint16_t *p[4] = {raw + y * W, raw + N + y * W, raw + 2 * N + y * W, raw + 3 * N + y * W};
-            epc_gray_diff_row_plain(&to[(size_t)(y * W)], p, W);
+            epc_gray_diff_row(&to[(size_t)(y * W)], p, W);
         }
     });
 }

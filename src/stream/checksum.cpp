@@ -44,6 +44,11 @@ uint32_t stream_sum32_plain(const uint8_t *bytes, size_t len)
     return sum;
 }
 
+uint32_t stream_sum32(const uint8_t *bytes, size_t len)
+{
+    return (simd_enabled() ? stream_sum32_simd : stream_sum32_plain)(bytes, len);
+}
+
 uint16_t tq_stream_hash16(const void *data, int32_t len, uint32_t seed)
 {
     const size_t n = len > 0 ? static_cast<size_t>(len) : 0;

@@ -1,4 +1,4 @@
-// The two checksums of the stream: the plain forms, which define the results, and a form on vectors.
+// The two checksums of the stream: the plain forms, which define the results, and forms on vectors.
 #pragma once
 
 #include <cstddef>
@@ -10,3 +10,5 @@ uint16_t stream_hash16_simd(const uint8_t *bytes, size_t len, uint32_t seed);
 
 // Sum modulo 2^32 of the whole little-endian u32 words of len bytes; up to 3 bytes at the end don't count.
 uint32_t stream_sum32_plain(const uint8_t *bytes, size_t len);
+uint32_t stream_sum32_simd(const uint8_t *bytes, size_t len);
+uint32_t stream_sum32(const uint8_t *bytes, size_t len); // the form that runs

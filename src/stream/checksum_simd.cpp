@@ -1,6 +1,7 @@
-// The Fletcher sum on vectors. With V bytes a vector and n vectors, byte i of vector j counts (n - j) * V - i
-// times in the second sum: the first part comes from adding the running first sum once a vector, the second
-// from sums kept for each place in a vector. Remainders wait until a run of vectors is over.
+// The checksums on vectors. The Fletcher sum: with V bytes a vector and n vectors, byte i of vector j counts
+// (n - j) * V - i times in the second sum: the first part comes from adding the running first sum once a
+// vector, the second from sums kept for each place in a vector. Remainders wait until a run of vectors is
+// over.
 #include "stream/checksum.h"
 
 #undef HWY_TARGET_INCLUDE
@@ -20,6 +21,10 @@ namespace HWY_NAMESPACE {
 uint16_t Hash16(const uint8_t *bytes, size_t len, uint32_t seed)
 {
     return stream_hash16_plain(bytes, len, seed);
+}
+uint32_t Sum32(const uint8_t *bytes, size_t len)
+{
+    return stream_sum32_plain(bytes, len);
 }
 
 #else
@@ -78,6 +83,19 @@ uint16_t Hash16(const uint8_t *bytes, size_t len, uint32_t seed)
     return stream_hash16_plain(bytes, len, static_cast<uint32_t>(b << 8 | a));
 }
 
+uint32_t Sum32(const uint8_t *bytes, size_t len)
+{
+    const D8 d8;
+    const hn::Repartition<uint32_t, D8> d32;
+    const size_t lanes = hn::Lanes(d8);
+    auto sum0 = hn::Zero(d32), sum1 = sum0;
+    for (; len >= 2 * lanes; bytes += 2 * lanes, len -= 2 * lanes) {
+        sum0 = hn::Add(sum0, hn::BitCast(d32, hn::LoadU(d8, bytes)));
+        sum1 = hn::Add(sum1, hn::BitCast(d32, hn::LoadU(d8, bytes + lanes)));
+    }
+    return hn::GetLane(hn::SumOfLanes(d32, hn::Add(sum0, sum1))) + stream_sum32_plain(bytes, len);
+}
+
 #endif
 
 } // namespace HWY_NAMESPACE
@@ -86,9 +104,15 @@ HWY_AFTER_NAMESPACE();
 
 #if HWY_ONCE
 HWY_EXPORT(Hash16);
+HWY_EXPORT(Sum32);
 
 uint16_t stream_hash16_simd(const uint8_t *bytes, size_t len, uint32_t seed)
 {
     return HWY_DYNAMIC_DISPATCH(Hash16)(bytes, len, seed);
+}
+
+uint32_t stream_sum32_simd(const uint8_t *bytes, size_t len)
+{
+    return HWY_DYNAMIC_DISPATCH(Sum32)(bytes, len);
 }
 #endif

@@ -69,7 +69,7 @@ int32_t tq_ostream_mkhdr(tq_ostream_t *os, tq_stream_hdr_t *hdr, const tq_frame_
     if (os->cfg.cksum != 0) {
         if (meta_len > 0)
             LOG_WARN("[%s]tq_ostream: stream meta data not support if data cksum is enabled\n");
-        made.frame.aux = stream_sum32_plain(static_cast<const uint8_t *>(data), n);
+        made.frame.aux = stream_sum32(static_cast<const uint8_t *>(data), n);
     }
     if (meta_len > 0) {
         made.frame.aux = static_cast<uint32_t>(meta_len);

@@ -268,7 +268,7 @@ void _take_payload(tq_stream_t *stream, input_t *in)
     const bool cksum = (hdr.flags1 & TQ_STREAM_CKSUM) != 0;
     stream->pkt_used += n;
     if (cksum) // of each piece, so that it is right only where pieces fall on four-byte bounds
-        stream->pkt_cksum += stream_sum32_plain(in->at(), n);
+        stream->pkt_cksum += stream_sum32(in->at(), n);
 
     const bool last = stream->pkt_used == hdr.len;
     if (last && cksum && hdr.frame.aux != stream->pkt_cksum) {

@@ -1,4 +1,5 @@
 // Vector forms of the element conversions, and of the gather through a lens map, against their plain forms.
+#include <bit>
 #include <vector>
 
 #include "image/conv_kernels.h"
@@ -10,13 +11,11 @@ namespace {
 
 template <class T> void fill(KernelRng &rng, Guarded<T> *values)
 {
-    for (T &v : values->values()) {
-        const float f = some_float(rng, -1000, 99000);
+    for (T &v : values->values())
         if constexpr (sizeof(T) == 2)
             v = (T)rng.bits();
         else
-            memcpy(&v, &f, 4);
-    }
+            v = std::bit_cast<T>(some_float(rng, -1000, 99000));
 }
 
 template <class D, class S, class F>
@@ -28,10 +27,8 @@ void check(const char *name, void (*plain)(D *, const S *, int, F), void (*vecto
         Guarded<S> src((size_t)n, rng.below(64));
         fill(rng, &src);
         for (const F factor : factors) {
-            Guarded<D> a((size_t)n, rng.below(64)), b((size_t)n, rng.below(64));
-            plain(a.data(), src.data(), n, factor);
-            vector(b.data(), src.data(), n, factor);
-            ASSERT_TRUE(same_bits(a, b, n)) << "factor " << factor;
+            const auto run = [&](auto form, D *dst) { form(dst, src.data(), n, factor); };
+            ASSERT_TRUE(same_results<D>(n, rng.below(64), plain, vector, run)) << "factor " << factor;
         }
     });
 }
@@ -42,14 +39,13 @@ void check_gather(void (*plain)(T *, const T *, const uint32_t *, int, T),
 {
     for_each_length([&](KernelRng &rng, int n) {
         const uint32_t size = 1 + rng.below(500), rare = 1 + rng.below(60); // few without a source, or most
-        Guarded<T> src(size, rng.below(64)), a((size_t)n, rng.below(64)), b((size_t)n, rng.below(64));
+        Guarded<T> src(size, rng.below(64));
         fill(rng, &src);
         Guarded<uint32_t> map((size_t)n, rng.below(64));
         for (uint32_t &v : map.values())
             v = rng.below(rare) == 0 ? TQ_CALIB_LEN_NO_SOURCE : rng.below(size);
-        plain(a.data(), src.data(), map.data(), n, (T)65500);
-        vector(b.data(), src.data(), map.data(), n, (T)65500);
-        ASSERT_TRUE(same_bits(a, b, n));
+        const auto run = [&](auto form, T *dst) { form(dst, src.data(), map.data(), n, (T)65500); };
+        ASSERT_TRUE(same_results<T>(n, rng.below(64), plain, vector, run));
     });
 }
 

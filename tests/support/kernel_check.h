@@ -14,6 +14,8 @@
 #include <ostream>
 #include <random>
 #include <span>
+#include <tuple>
+#include <utility>
 
 #include <gtest/gtest.h>
 
@@ -100,6 +102,22 @@ testing::AssertionResult same_bits(const Guarded<T> &plain, const Guarded<T> &ve
                    << "at " << i % w << "," << i / w << " of width " << w << " of " << plain.size()
                    << ": plain " << +plain.data()[i] << ", vector " << +vector.data()[i];
     return vector.intact();
+}
+
+// run(form, out...) for both forms, each with buffers of n values, one of each type, which are then compared.
+template <typename... T, typename F, typename G, typename R>
+testing::AssertionResult same_results(size_t n, size_t shift, F plain, G simd, R run)
+{
+    std::tuple<Guarded<T>...> due{Guarded<T>(n, shift)...}, got{Guarded<T>(n, shift)...};
+    std::apply([&](auto &...out) { run(plain, out.data()...); }, due);
+    std::apply([&](auto &...out) { run(simd, out.data()...); }, got);
+    testing::AssertionResult result = testing::AssertionSuccess();
+    [&]<size_t... I>(std::index_sequence<I...>)
+    {
+        ((result = result ? same_bits(std::get<I>(due), std::get<I>(got), n) : result), ...);
+    }
+    (std::index_sequence_for<T...>());
+    return result;
 }
 
 // Samples as hostile as they come: each image is of one kind, and the ends of ranges are in the mix.

@@ -8,6 +8,7 @@
 #include <hwy/foreach_target.h>
 #include <hwy/highway.h>
 
+#include "drivers/common/phase_simd-inl.h"
 #include "simd/dispatch.h"
 #include "simd/target.h"
 
@@ -39,8 +40,6 @@ void AmpToGray(uint16_t *gray, const uint32_t *amp, size_t n)
 namespace hn = hwy::HWY_NAMESPACE;
 
 using DU = hn::ScalableTag<uint32_t>;
-using DI = hn::RebindToSigned<DU>;
-using DF = hn::RebindToFloat<DU>;
 using D16 = hn::Rebind<uint16_t, DU>;
 using D8 = hn::Rebind<uint8_t, DU>;
 using VU = hn::Vec<DU>;
@@ -98,17 +97,11 @@ void ZeroAmp(uint16_t *dist, const uint32_t *amp, size_t n)
 void AmpToGray(uint16_t *gray, const uint32_t *amp, size_t n)
 {
     const DU d;
-    const DI di;
-    const DF df;
     const size_t lanes = hn::Lanes(d);
-    const auto bias = hn::Set(di, 0x800000), half = hn::Set(di, 0x20000000);
     size_t i = 0;
     for (; i + lanes <= n; i += lanes) {
-        // Squared amplitudes are sums shifted down by 2, and so stay positive as signed words.
-        const auto v = hn::ConvertTo(df, hn::BitCast(di, hn::LoadU(d, amp + i)));
-        const auto root = hn::Add(hn::ShiftRight<1>(hn::Sub(hn::BitCast(di, v), bias)), half);
-        const auto whole = hn::ConvertTo(di, hn::BitCast(df, root));
-        hn::StoreU(hn::TruncateTo(D16(), hn::BitCast(d, whole)), D16(), gray + i);
+        const VU root = hn::BitCast(d, FastSqrt(hn::LoadU(d, amp + i)));
+        hn::StoreU(hn::TruncateTo(D16(), root), D16(), gray + i);
     }
     amp_to_gray_plain(gray + i, amp + i, n - i);
 }

@@ -115,7 +115,7 @@ static void _calc(const decode_t &c, uint16_t *image, int kind)
     }
     if (!merge)
         return;
-    epc_hdr_merge_plain(raw_dist, raw_amp, c.w, c.h);
+    epc_hdr_merge(raw_dist, raw_amp, c.w, c.h);
     _sort_or_copy(c, image, raw_dist);
     if (c.sort)
         epc_row_sort_u32_plain(amp, raw_amp, c.w, c.h);
@@ -204,7 +204,7 @@ static int _decode_gray(const decode_t &c)
     if (!epc_calc_gray(frame))
         memset(frame.dist, 0, c.n * sizeof(*frame.dist));
     if (merge) {
-        epc_hdr_merge_gray_plain(frame.dist, c.w, c.h);
+        epc_hdr_merge_gray(frame.dist, c.w, c.h);
         _sort_or_copy(c, c.dst, frame.dist);
     }
     return static_cast<int>(2 * c.n);

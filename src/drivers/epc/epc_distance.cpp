@@ -9,7 +9,7 @@
 #include "drivers/epc/epc_priv.h"
 #include "log/log.h"
 
-static constexpr uint32_t TABLE_MAX = 65536;
+static constexpr uint32_t TABLE_MAX = 65534;
 
 static uint64_t _pixels(const epc_frame_t &f)
 {
@@ -166,14 +166,16 @@ static epc_after_table_t _after_table(epc_priv_t *p, const epc_after_t &a)
     const int32_t lo = -std::min<int32_t>(a.dmax, TABLE_MAX / 4);
     const uint32_t n = static_cast<uint32_t>(std::min<int64_t>(int64_t{3} * a.dmax, TABLE_MAX));
     if (p->after_n == 0 || !(p->after_key == a)) {
-        if (!p->after_table.need(TABLE_MAX * sizeof(uint16_t)))
+        if (!p->after_table.need((TABLE_MAX + 1) * sizeof(uint16_t)))
             return {nullptr, 0, 0};
+        uint16_t *const table = p->after_table.as<uint16_t>();
+        table[0] = 0;
         for (uint32_t i = 0; i < n; i++)
-            p->after_table.as<uint16_t>()[i] = epc_after(lo + static_cast<int32_t>(i), a);
+            table[1 + i] = epc_after(lo + static_cast<int32_t>(i), a);
         p->after_key = a;
         p->after_n = n;
     }
-    return {p->after_table.as<uint16_t>(), lo, n};
+    return {p->after_table.as<uint16_t>() + 1, lo, n};
 }
 
 static int _calc_drnu(epc_priv_t *p, const epc_frame_t &f, epc_dist_t *d, const roi_planes_t &planes)
@@ -198,11 +200,35 @@ static int _calc_drnu(epc_priv_t *p, const epc_frame_t &f, epc_dist_t *d, const 
     return 1;
 }
 
-static int _calc_global(epc_priv_t *p, const epc_frame_t &f, const epc_dist_t &d)
+// A frame as large as the table pays for it, and so do terms that were those of the last frame: while a
+// camera warms up they change by the millimetre.
+static const uint16_t *_phase_table(epc_priv_t *p, const epc_frame_t &f, const epc_dist_t &d)
+{
+    const epc_dist_t &key = p->phase_key;
+    const bool same = key.samples == d.samples && key.dmax == d.dmax && key.after == d.after &&
+                      key.global_off == d.global_off && key.slope_k == d.slope_k &&
+                      key.global_k == d.global_k;
+    if (!same) {
+        p->phase_key = d;
+        p->phase_made = false;
+    }
+    if (p->phase_made || !(same || _pixels(f) >= PHASE_TURN))
+        return p->phase_made ? p->phase_table.as<uint16_t>() : nullptr;
+    if (!p->phase_table.need((PHASE_TURN + 1) * sizeof(uint16_t)))
+        return nullptr;
+    for (int32_t phase = 0; phase < PHASE_TURN; phase++)
+        p->phase_table.as<uint16_t>()[phase] = epc_global_mm(phase, d);
+    p->phase_table.as<uint16_t>()[PHASE_TURN] = 0;
+    p->phase_made = true;
+    return p->phase_table.as<uint16_t>();
+}
+
+static int _calc_global(epc_priv_t *p, const epc_frame_t &f, epc_dist_t *d)
 {
     if (!_shape_ok(f))
         return 0;
-    _run(f, d, epc_global_row_plain, p->mod_freq0, _gray_reference(p, f), nullptr, nullptr, _pixels(f));
+    d->phase_table = _phase_table(p, f, *d);
+    _run(f, *d, epc_global_row, p->mod_freq0, _gray_reference(p, f), nullptr, nullptr, _pixels(f));
     return 1;
 }
 
@@ -217,7 +243,7 @@ int epc_calc_dist(epc_priv_t *p, const epc_frame_t &f)
         const bool fits = !each_pixel || (planes.w == f.w && planes.h >= f.h);
         if (d.dmax && fits && epc_calib_is_ready(p)) {
             _fill_calibrated(p, &d);
-            return each_pixel ? _calc_drnu(p, f, &d, planes) : _calc_global(p, f, d);
+            return each_pixel ? _calc_drnu(p, f, &d, planes) : _calc_global(p, f, &d);
         }
     }
     return epc_calc_dist_raw(p, f);
@@ -230,9 +256,9 @@ int epc_calc_gray(const epc_frame_t &f)
     _for_rows(f, [&](uint32_t y, const uint16_t *const p[4]) {
         uint16_t *out = f.dist + uint64_t{_row_out(f, y)} * f.w;
         if (f.mode.dcs == 4 || (f.mode.dcs == 2 && f.mode.interleaved))
-            epc_gray_diff_row_plain(out, p, f.w);
+            epc_gray_diff_row(out, p, f.w);
         else
-            epc_gray_level_row_plain(out, p[0], p[1], f.w);
+            epc_gray_level_row(out, p[0], p[1], f.w);
     });
     _copy_last_rows(f, f.dist);
     return 1;

@@ -23,10 +23,15 @@ static uint16_t _global_i32(int32_t phase, const epc_dist_t &d)
     return epc_after(whole, d.after);
 }
 
+uint16_t epc_global_mm(int32_t phase, const epc_dist_t &d)
+{
+    return d.samples == EPC_SAMPLES_4DCS ? _global_f32(phase, d) : _global_i32(phase, d);
+}
+
 void epc_global_row_plain(const epc_row_t &row, const epc_dist_t &d)
 {
-    if (d.samples == EPC_SAMPLES_4DCS)
-        epc_row_of<EPC_SAMPLES_4DCS>(row, d, [&](int32_t phase, size_t) { return _global_f32(phase, d); });
+    if (d.phase_table)
+        epc_row_by_form(row, d, [table = d.phase_table](int32_t phase, size_t) { return table[phase]; });
     else
-        epc_row_by_form(row, d, [&](int32_t phase, size_t) { return _global_i32(phase, d); });
+        epc_row_by_form(row, d, [&](int32_t phase, size_t) { return epc_global_mm(phase, d); });
 }

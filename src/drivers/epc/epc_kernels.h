@@ -53,7 +53,8 @@ inline uint16_t epc_after(int32_t d, const epc_after_t &a)
     return static_cast<uint16_t>(r);
 }
 
-// epc_after for d in lo to lo + n - 1, 0 among them; n may be 0.
+// epc_after for d in lo to lo + n - 1, 0 among them; n may be 0, and table then nullptr. Behind the last
+// entry stands 0, the distance of an invalid pixel.
 struct epc_after_table_t {
     const uint16_t *table;
     int32_t lo;
@@ -75,6 +76,7 @@ struct epc_dist_t {
     float global_k;     // global slope, mm for each step of phase
     float tc;           // temperature correction, phase
     epc_after_table_t after_table;
+    const uint16_t *phase_table; // distances of all phases by the global line, then 0; or nullptr
 };
 
 // Uncalibrated, corrected by one line for all pixels, and by a line of its own for each pixel.
@@ -84,19 +86,34 @@ void epc_drnu_row_plain(const epc_row_t &row, const epc_dist_t &d);
 
 // The forms that run: on vectors where the processor has them, with the same result.
 void epc_dist_row(const epc_row_t &row, const epc_dist_t &d);
+void epc_global_row(const epc_row_t &row, const epc_dist_t &d);
 void epc_drnu_row(const epc_row_t &row, const epc_dist_t &d);
+
+// The distance of a phase by the global line. This rule defines the table.
+uint16_t epc_global_mm(int32_t phase, const epc_dist_t &d);
 
 // Gray from masked samples: 4DCS and DIFF take four rows, LEVEL two. 0 where a sample is below 2 or above
 // 4093.
 void epc_gray_diff_row_plain(uint16_t *gray, const uint16_t *const p[4], size_t n);
 void epc_gray_level_row_plain(uint16_t *gray, const uint16_t *p0, const uint16_t *p1, size_t n);
+void epc_gray_diff_row(uint16_t *gray, const uint16_t *const p[4], size_t n);
+void epc_gray_level_row(uint16_t *gray, const uint16_t *p0, const uint16_t *p1, size_t n);
 
 // Two integration times in one frame: of four rows as they leave the sensor, the first two were taken with
 // one and the others with the other. Each pixel and the one two rows on both get the better of the two: the
 // brighter one, unless it is saturated. Rows beyond the last four stay.
 void epc_hdr_merge_plain(uint16_t *dist, uint32_t *amp, uint32_t w, uint32_t h);
+void epc_hdr_merge(uint16_t *dist, uint32_t *amp, uint32_t w, uint32_t h);
 // The same for a gray image, which is its own measure of brightness.
 void epc_hdr_merge_gray_plain(uint16_t *gray, uint32_t w, uint32_t h);
+void epc_hdr_merge_gray(uint16_t *gray, uint32_t w, uint32_t h);
+
+// Of two squared amplitudes, is the second the better one?
+inline constexpr uint32_t EPC_SATURATED = 4000000;
+inline bool epc_take_second(uint32_t first, uint32_t second)
+{
+    return (first <= second || first >= EPC_SATURATED) && (second <= EPC_SATURATED || first == 0);
+}
 
 // The row of the image that leaves the sensor as raw row r: rows come from the middle out, two at a time.
 inline uint32_t epc_image_row(uint32_t r, uint32_t h)

@@ -49,6 +49,9 @@ struct epc_priv_t : chip_priv_t {
     epc_after_t after_key = {}; // of after_table
     uint32_t after_n = 0;
     work_buf_t after_table;
+    epc_dist_t phase_key = {}; // of phase_table, and whether it was made
+    bool phase_made = false;
+    work_buf_t phase_table;
     uint8_t gray_ready = 0; // nothing sets it: the reference stays zero
 
     epc_priv_t()

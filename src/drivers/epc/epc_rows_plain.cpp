@@ -4,8 +4,6 @@
 
 #include "drivers/epc/epc_kernels.h"
 
-static constexpr uint32_t SATURATED = 4000000; // squared amplitude
-
 void epc_hdr_merge_plain(uint16_t *dist, uint32_t *amp, uint32_t w, uint32_t h)
 {
     const size_t pair = size_t{2} * w;
@@ -14,8 +12,7 @@ void epc_hdr_merge_plain(uint16_t *dist, uint32_t *amp, uint32_t w, uint32_t h)
         uint32_t *const a = amp + size_t{r} * w;
         for (size_t x = 0; x < pair; x++) {
             const uint32_t first = a[x], second = a[x + pair];
-            const bool take_second =
-                (first <= second || first >= SATURATED) && (second <= SATURATED || first == 0);
+            const bool take_second = epc_take_second(first, second);
             a[x] = a[x + pair] = take_second ? second : first;
             d[x] = d[x + pair] = take_second ? d[x + pair] : d[x];
         }

@@ -45,7 +45,6 @@ using DI = hn::ScalableTag<int32_t>;
 using DU = hn::RebindToUnsigned<DI>;
 using DF = hn::RebindToFloat<DI>;
 using D16 = hn::Rebind<uint16_t, DI>;
-using DS16 = hn::Rebind<int16_t, DI>;
 using VI = hn::Vec<DI>;
 using VU = hn::Vec<DU>;
 using VF = hn::Vec<DF>;
@@ -67,68 +66,25 @@ void Unpack(int16_t *out, const uint8_t *packed, size_t n)
     imx_unpack_plain(out + k, packed, n - k);
 }
 
-HWY_INLINE VI Load(const int16_t *p)
-{
-    return hn::PromoteTo(DI(), hn::LoadU(DS16(), p));
-}
-
-HWY_INLINE VU AmpOf(VI i, VI q)
-{
-    const VI sum = hn::Add(hn::Mul(i, i), hn::Mul(q, q));
-    return hn::ShiftRight<2>(hn::BitCast(DU(), sum));
-}
-
-void Amp(uint32_t *amp, const int16_t *i, const int16_t *q, size_t n)
-{
-    const size_t lanes = hn::Lanes(DI());
-    size_t x = 0;
-    for (; x + lanes <= n; x += lanes)
-        hn::StoreU(AmpOf(Load(i + x), Load(q + x)), DU(), amp + x);
-    imx_amp_plain(amp + x, i + x, q + x, n - x);
-}
-
 using DS = hn::ScalableTag<int16_t>;
 using DH = hn::RebindToUnsigned<DS>;
 using VH = hn::Vec<DH>; // twice as many pixels as in the others
 
-// The quotient of an octant and its table entry; both operands are positive.
-HWY_INLINE VU Entry(VU q, VU i)
+HWY_INLINE void StoreAmps(uint32_t *amp, hn::Vec<DS> i, hn::Vec<DS> q)
 {
-    const DI di;
-    const DF df;
-    const VF top = hn::ConvertTo(df, hn::BitCast(di, hn::ShiftLeft<12>(q)));
-    const VI k = hn::ConvertTo(di, hn::Div(top, hn::ConvertTo(df, hn::BitCast(di, i))));
-    return hn::BitCast(DU(), AtanEntry(di, k));
+    const auto amps = SquaredAmps(DS(), i, q);
+    hn::StoreU(amps.lower, DU(), amp);
+    hn::StoreU(amps.upper, DU(), amp + hn::Lanes(DU()));
 }
 
-// PhaseAngle with the octant fold in 16-bit lanes; only the quotients need more, in even and in odd lanes.
-HWY_INLINE VH Angles(const int16_t *pi, const int16_t *pq)
+void Amp(uint32_t *amp, const int16_t *i, const int16_t *q, size_t n)
 {
     const DS ds;
-    const DH dh;
-    const DU du;
-    const auto zero = hn::Zero(ds);
-    auto i = hn::LoadU(ds, pi), q = hn::LoadU(ds, pq);
-    const auto on_axis = hn::Eq(q, zero);
-    const auto axis = hn::IfThenElseZero(hn::Lt(i, zero), hn::Set(ds, 16384));
-    const auto lower = hn::Lt(q, zero);
-    i = hn::IfThenElse(lower, hn::Neg(i), i);
-    q = hn::Abs(q);
-    auto oct = hn::IfThenElseZero(lower, hn::Set(ds, 16384));
-    const auto left = hn::Lt(i, hn::Set(ds, 1));
-    const auto i1 = hn::IfThenElse(left, q, i), q1 = hn::IfThenElse(left, hn::Neg(i), q);
-    oct = hn::Add(oct, hn::IfThenElseZero(left, hn::Set(ds, 8192)));
-    const auto steep = hn::Not(hn::Lt(q1, i1));
-    const auto i2 = hn::BitCast(du, hn::IfThenElse(steep, hn::Add(i1, q1), i1));
-    const auto q2 = hn::BitCast(du, hn::IfThenElse(steep, hn::Sub(q1, i1), q1));
-    oct = hn::Add(oct, hn::IfThenElseZero(steep, hn::Set(ds, 4096)));
-
-    const VU low = hn::Set(du, 0xFFFF);
-    const VU even = Entry(hn::And(q2, low), hn::And(i2, low));
-    const VU odd = Entry(hn::ShiftRight<16>(q2), hn::ShiftRight<16>(i2));
-    // On an axis without light even entries may be anything.
-    const auto entry = hn::BitCast(ds, hn::Or(hn::And(even, low), hn::ShiftLeft<16>(odd)));
-    return hn::BitCast(dh, hn::IfThenElse(on_axis, axis, hn::Add(oct, entry)));
+    const size_t lanes = hn::Lanes(ds);
+    size_t x = 0;
+    for (; x + lanes <= n; x += lanes)
+        StoreAmps(amp + x, hn::LoadU(ds, i + x), hn::LoadU(ds, q + x));
+    imx_amp_plain(amp + x, i + x, q + x, n - x);
 }
 
 // Of the mapped phase only 15 bits stay, so that 32 of each product do. Where a phase below 0 is scaled the
@@ -209,6 +165,7 @@ HWY_INLINE VI Correct(VI ph, const imx_line_t &line, float to_mm, float to_phase
 void Dist(uint16_t *dist, uint32_t *amp, const int16_t *i, const int16_t *q, size_t n, const imx_map_t &map,
           const imx_line_t &line)
 {
+    const DS ds;
     const DH dh;
     const DI di;
     const size_t lanes = hn::Lanes(dh), half = lanes / 2;
@@ -217,7 +174,8 @@ void Dist(uint16_t *dist, uint32_t *amp, const int16_t *i, const int16_t *q, siz
     HWY_ALIGN uint16_t phase[HWY_MAX_BYTES / sizeof(uint16_t)];
     size_t x = 0;
     for (; x + lanes <= n; x += lanes) {
-        VH ph = hn::Add(Angles(i + x, q + x), hn::Set(dh, PHASE_HALF));
+        const auto vi = hn::LoadU(ds, i + x), vq = hn::LoadU(ds, q + x);
+        VH ph = hn::Add(hn::BitCast(dh, PhaseAngles(ds, vi, vq)), hn::Set(dh, PHASE_HALF));
         if (wide) {
             hn::Store(ph, dh, phase);
             for (size_t k = 0; k < lanes; k += half) {
@@ -232,8 +190,7 @@ void Dist(uint16_t *dist, uint32_t *amp, const int16_t *i, const int16_t *q, siz
             ph = hn::Load(dh, phase);
         }
         hn::StoreU(ToMm(ph, map), dh, dist + x);
-        for (size_t k = x; k < x + lanes; k += half)
-            hn::StoreU(AmpOf(Load(i + k), Load(q + k)), DU(), amp + k);
+        StoreAmps(amp + x, vi, vq);
     }
     imx_line_t rest = line;
     if (line.slopes) {
