@@ -1,35 +1,107 @@
 // The replay link through its table of operations.
-#include <filesystem>
-#include <fstream>
+#include <atomic>
+#include <condition_variable>
+#include <cstring>
 #include <gtest/gtest.h>
+#include <mutex>
 #include <thread>
 
-#include "filelink/recording.h"
+#include "link/link_ops.h"
 #include "support/log_capture.h"
+#include "support/recording.h"
 #include "support/temp_dir.h"
+#include "tq_stream.h"
 
 namespace {
+void sleep_ms(int ms)
+{
+    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
+}
+
+// count frames of 64 bytes, the i-th of which holds i; fps 0 waits for permits.
+void record(const char *path, int count, uint32_t fps = 500)
+{
+    Recording r(path);
+    r.stream("TQ_REPLAY");
+    r.integer("TQ_FRAME_FPS", fps);
+    for (int i = 1; i <= count; i++) {
+        r.integer("TQ_FRAME_IMGW", 100u + i);
+        r.frame(static_cast<uint8_t>(i));
+    }
+}
+
+// What the link handed on.
+struct Sink {
+    static void on_rx(tqcam_ll_dev_t *, int32_t code, const void *data, uint32_t len, void *arg)
+    {
+        Sink *s = static_cast<Sink *>(arg);
+        const uint8_t *p = static_cast<const uint8_t *>(data);
+        std::lock_guard<std::mutex> lock(s->mutex);
+        s->calls++;
+        if (code == 0 && len == sizeof(tq_stream_hdr_t)) {
+            memcpy(&s->hdrs.emplace_back(), p, len);
+        } else {
+            s->order += code == TQCAM_ERR_CAP_EOF ? 'E' : static_cast<char>('0' + p[0]);
+            s->frames.push_back(Bytes(p, p + len));
+        }
+        s->changed.notify_all();
+    }
+    // Waits for so many frames, or for the end: the first byte of each as a digit, 'E' for the end.
+    std::string wait(size_t n, int ms = 5000)
+    {
+        std::unique_lock<std::mutex> lock(mutex);
+        changed.wait_for(lock, std::chrono::milliseconds(ms),
+                         [&] { return order.size() >= n || order.find('E') != order.npos; });
+        return order;
+    }
+
+    std::mutex mutex;
+    std::condition_variable changed;
+    std::string order;
+    std::vector<tq_stream_hdr_t> hdrs;
+    std::vector<Bytes> frames;
+    std::atomic<int> calls{0};
+};
+
+// A link record on a file, opened through the link's own table.
+struct Link {
+    explicit Link(std::string file) : path(file)
+    {
+        dev.address.if_type = TQCAM_IF_FILE;
+        dev.address.file.path = path.data();
+        open = file_ll_ops.dev_open(&dev) == &dev;
+    }
+    ~Link() { file_ll_ops.dev_close(&dev); }
+
+    bool start(Sink *sink, uint32_t mode = 0) { return dev.ops->cap_start(&dev, mode, Sink::on_rx, sink); }
+    void set_fps(uint32_t fps)
+    {
+        tqcam_ll_param_t item = {TQCAM_PARAM_FPS, 4, {}};
+        memcpy(item.value, &fps, 4);
+        dev.ops->param_set(&dev, &item, 1);
+    }
+    Bytes get(uint8_t id)
+    {
+        tqcam_ll_param_t item = {id, 4, {0xAA, 0xAA}};
+        dev.ops->param_get(&dev, &item, 1);
+        return Bytes(item.value, item.value + item.len);
+    }
+
+    std::string path;
+    tqcam_ll_dev_t dev = {};
+    bool open;
+};
 
 struct FileLink : ::testing::Test {
     TempDir dir;
     LogCapture log;
     Sink sink;
 };
-
-void sleep_ms(int ms)
-{
-    std::this_thread::sleep_for(std::chrono::milliseconds(ms));
-}
-
 } // namespace
 
 TEST_F(FileLink, OpensOnlyRecordingsWithItsStream)
 {
-    {
-        Recording r("foreign.oni");
-        r.stream("TQ_DEPTH");
-        r.frame(1);
-    }
+    Recording("foreign.oni").stream("TQ_DEPTH");
     for (const char *path : {"missing.oni", "foreign.oni", "."}) {
         Link link(path);
         EXPECT_FALSE(link.open || link.dev.priv || link.dev.ops);
@@ -37,11 +109,9 @@ TEST_F(FileLink, OpensOnlyRecordingsWithItsStream)
     }
     record("a.oni", 1);
     Link link("a.oni");
-    ASSERT_TRUE(link.open);
     EXPECT_EQ(file_ll_ops.dev_open(&link.dev), nullptr); // is open already
     file_ll_ops.dev_close(&link.dev);
     EXPECT_FALSE(link.start(&sink));
-    file_ll_ops.dev_close(&link.dev); // again
 }
 
 TEST_F(FileLink, AnswersParametersFromProperties)
@@ -49,89 +119,43 @@ TEST_F(FileLink, AnswersParametersFromProperties)
     {
         Recording r("a.oni");
         r.text("TQ_PRODUCT", "0123456789abcdefghij");
-        r.general("TQ_DEV_VER", "\1\0\2\0\3\0\4\0\5", 9);
-        r.real("TQ_REP_VER", 1.0);
-        r.stream("TQ_DEPTH");
-        r.integer("TQ_FRAME_IMGW", 9999); // of a stream that is not ours
+        r.general("TQ_DEV_VER", {1, 0, 2, 0, 3, 0, 4, 0, 5});
+        r.integer("TQ_DEV_MAX_FPS", 100000); // is cut
         r.stream("TQ_REPLAY");
         r.integer("TQ_FRAME_IMGW", 640);
         r.integer("TQ_FRAME_IMGW", 320);
         r.integer("TQ_FRAME_IMGH", 240);
         r.integer("TQ_FRAME_IMGH", 1 << 16); // is no frame side
-        r.integer("TQ_FRAME_FMT", 4);
-        r.integer("TQ_FRAME_FPS", 7);
         r.integer("TQ_FRAME_MOD_FREQ", 12000000);
-        r.integer("TQ_FRAME_MOD_FREQ1", 10000000);
         r.integer("TQ_CONF_INTG1_US", 0x12345);
         r.text("TQ_CONF_INTG2_US", "5"); // of another kind
-        r.general("TQ_FRAME_ROI_INFO", "\1\0\2\0\3\0\4\0\5\6\7\7\7\7\7", 15);
+        // The older form of a region, whose bins and sides may be anything.
+        r.general("TQ_FRAME_ROI_INFO", {9, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0});
     }
-    Link link("a.oni");
-    ASSERT_TRUE(link.open);
-    const struct {
-        uint8_t id;
-        Bytes value;
-    } cases[] = {
+    const std::pair<uint8_t, Bytes> cases[] = {
         {3, {'0', '1', '2', '3', '4', '5', '6', '7', '8', '9', 'a', 'b', 'c', 'd', 'e', 'f', 'g'}},
-        {4, {128, 2, 240, 0, 2, 0, 60, 0, 0xDC, 5, 0, 0}},
+        {4, {248, 255, 240, 255, 2, 0, 255, 255, 0xDC, 5, 0, 0}},
         {5, {0x44, 0x33, 0x22, 0x11, 0, 0, 0, 0, 0, 0, 0, 0}},
         {6, {1, 0, 2, 0, 3, 0, 4, 0}},
         {7, {0x55, 0, 0x88, 0x77, 0x66, 0}},
-        {9, {1, 0, 2, 0, 3, 0, 4, 0, 5, 6, 7, 7, 7}},
-        {10, {4, 0, 0, 0}},
-        {12, {7, 0, 0, 0}},
+        {9, {0, 0, 239, 255, 0, 0, 247, 255, 0, 4, 0, 0, 0}},
         {13, {0x45, 0x23, 0, 0}},
         {21, {0x00, 0x1B, 0xB7, 0x00}},
         {2, {}},
     };
-    for (const auto &c : cases)
-        EXPECT_EQ(link.get(c.id), c.value) << "parameter " << int(c.id);
-    EXPECT_TRUE(log.has("[_fill_ll_on_get_property]TQ_CONF_INTG2_US of another kind ignored: 90\n"));
-    EXPECT_TRUE(log.has("TQ_FRAME_IMGH=65536 is no frame side"));
-    EXPECT_TRUE(log.has("WxHxN = 320x240x1, modfreq=12000000, max WxH=640x240\n"));
-    EXPECT_FALSE(log.has("9999"));
-}
-
-TEST_F(FileLink, LimitsComeFromTheFileAndTheRegion)
-{
-    const Bytes cases[][3] = {
-        // region in the file, in the answer, largest width and height
-        {{5, 0, 44, 0, 10, 0, 29, 0, 2, 0, 0, 0, 8, 0, 0, 0}, // old form, bins of 4
-         {0, 0, 39, 0, 0, 0, 39, 0, 1, 8, 0, 0, 0},
-         {40, 0, 40, 0}},
-        {{9, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 4, 0, 0, 0}, // old form, divided by nothing
-         {0, 0, 239, 255, 0, 0, 247, 255, 0, 4, 0, 0, 0},
-         {248, 255, 240, 255}},
-        {{9, 0, 0, 0, 9, 0, 0, 0}, {9, 0, 0, 0, 9, 0, 0, 0, 0, 0, 0, 0, 0}, {30, 0, 20, 0}}, // backwards
-    };
-    for (const auto &[roi, answer, largest] : cases) {
-        {
-            Recording r("a.oni");
-            r.integer("TQ_DEV_MAX_FPS", 100000);
-            r.integer("TQ_DEV_MAX_INTG_US", 900);
-            r.stream("TQ_REPLAY");
-            r.integer("TQ_FRAME_IMGW", 30);
-            r.integer("TQ_FRAME_IMGH", 20);
-            r.general("TQ_FRAME_ROI_INFO", roi.data(), static_cast<uint32_t>(roi.size()));
-        }
-        Link link("a.oni");
-        ASSERT_TRUE(link.open);
-        EXPECT_EQ(link.get(9), answer);
-        Bytes limits = largest;
-        limits.insert(limits.end(), {2, 0, 255, 255, 0x84, 3, 0, 0}); // frames a second and time are cut
-        EXPECT_EQ(link.get(4), limits);
-    }
+    Link link("a.oni");
+    for (const auto &[id, value] : cases)
+        EXPECT_EQ(link.get(id), value) << "parameter " << int(id);
 }
 
 TEST_F(FileLink, WritesTheCalibrationUnderItsOwnName)
 {
-    const Bytes first(1000, 1), second(500, 2);
     {
         Recording r("a.oni");
-        r.general("TQ_FILEDATA_CALIB", first.data(), 10); // before its name
+        r.general("TQ_FILEDATA_CALIB", Bytes(10, 1)); // before its name
         r.text("TQ_FILENAME_CALIB", "../../evil.bin");
-        r.general("TQ_FILEDATA_CALIB", first.data(), 1000);
-        r.general("TQ_FILEDATA_CALIB", second.data(), 500);
+        r.general("TQ_FILEDATA_CALIB", Bytes(1000, 'a'));
+        r.general("TQ_FILEDATA_CALIB", Bytes(500, 'b'));
         r.stream("TQ_REPLAY");
         r.integer("TQ_FRAME_FPS", 500);
         r.frame(1);
@@ -139,249 +163,154 @@ TEST_F(FileLink, WritesTheCalibrationUnderItsOwnName)
     // The id of parameter 7, as the open of a device computes it.
     const std::string name = "tqcam_param_" + std::to_string((0x66u << 16 | 0x7788u) ^ 0x11223344u) + ".bin";
     Link link("a.oni");
-    ASSERT_TRUE(link.open);
-    EXPECT_TRUE(log.has("[_file_ll_dev_open]Extracted calib file `" + name + "` from replay.\n"));
-    Bytes due = first;
-    due.insert(due.end(), second.begin(), second.end());
-    std::ifstream in(name, std::ios::binary);
-    EXPECT_EQ(Bytes(std::istreambuf_iterator<char>(in), {}), due);
+    EXPECT_EQ(read_text(name), std::string(1000, 'a') + std::string(500, 'b'));
     // Among the frames it is not written again.
     std::filesystem::remove(name);
     ASSERT_TRUE(link.start(&sink));
-    EXPECT_EQ(sink.until_end(), "1E");
+    EXPECT_EQ(sink.wait(2), "1E");
     EXPECT_FALSE(std::filesystem::exists(name));
 }
 
 TEST_F(FileLink, HeaderTellsWhatTheFrameIs)
 {
-    tqcam_frame_info_t info = {};
     {
         Recording r("a.oni");
+        tqcam_frame_info_t info = {};
+        info.frame_format = 2;
+        const auto put = [&](uint32_t size) {
+            info.frame_size = size;
+            const uint8_t *p = reinterpret_cast<const uint8_t *>(&info);
+            r.general("TQ_FRAME_INFO", Bytes(p, p + sizeof(info)));
+        };
         r.stream("TQ_REPLAY");
         r.integer("TQ_FRAME_FPS", 500);
-        info.frame_size = 64;
-        info.frame_format = 2;
         info.width = 320;
         info.height = 240;
         info.temp_cb = -15;
         info.temp_ib = 402;
         info.time_sec = 86400 * 365 + 3600 * 13 + 60 * 14 + 15;
         info.time_usec = 999999;
-        r.info(info);
+        put(64);
         r.frame(1);
-        info.frame_format = 256;
         info.meta_size = 592;
-        info.frame_size = 5000; // grows, and shrinks without being told
-        r.info(info);
+        put(5000); // grows, and shrinks without being told
         r.frame(2, 5000);
         r.frame(3, 10);
-        info.frame_size = 0xFFFFFFFF; // is no size to allocate
-        r.info(info);
+        put(0xFFFFFFFF); // is no size to allocate
         r.frame(4, 6000);
     }
     Link link("a.oni");
-    ASSERT_TRUE(link.open);
     ASSERT_TRUE(link.start(&sink));
-    EXPECT_EQ(sink.until_end(), "1234E");
-    const std::vector<Received> all = sink.wait(9);
-    ASSERT_EQ(all.size(), 9u);
-    const uint32_t sizes[] = {64, 5000, 10, 6000};
-    for (int i = 0; i < 4; i++) {
-        SCOPED_TRACE(i);
-        tq_stream_hdr_t hdr = {};
-        ASSERT_EQ(all[2 * i].data.size(), sizeof(hdr));
-        memcpy(&hdr, all[2 * i].data.data(), sizeof(hdr));
-        EXPECT_EQ(hdr.hdr_hash, tq_stream_hash16(&hdr, 34, 0));
-        EXPECT_EQ(hdr.magic, 0x98FB);
-        EXPECT_EQ(hdr.stream_idx, i + 1);
-        EXPECT_EQ(hdr.frame.frame_idx, i + 1);
-        EXPECT_EQ(hdr.len, sizes[i]);
-        EXPECT_EQ(hdr.frame.frame_len, sizes[i]);
-        EXPECT_EQ(hdr.flags0, 1);
-        EXPECT_EQ(hdr.flags1, i == 0 ? 0 : 2);
-        EXPECT_EQ(hdr.frame.aux, i == 0 ? 0u : 592u);
-        EXPECT_EQ(hdr.frame.frame_fmt, i == 0 ? 2 : 256);
-        EXPECT_EQ(hdr.frame.width, i == 0 ? 320 : 0);
-        EXPECT_EQ(hdr.frame.height, i == 0 ? 240 : 0);
-        EXPECT_EQ(hdr.frame.temp_cb, i == 0 ? -15 : 0);
-        EXPECT_EQ(hdr.frame.temp_ib, i == 0 ? 402 : 0);
-        EXPECT_EQ(hdr.frame.time, i == 0 ? 13u | 14u << 5 | 15u << 11 | (999999u / 64) << 17 : 0u);
-        EXPECT_EQ(all[2 * i + 1].data, Bytes(sizes[i], static_cast<uint8_t>(i + 1)));
+    EXPECT_EQ(sink.wait(5), "1234E");
+    ASSERT_EQ(sink.hdrs.size(), 4u);
+    const uint32_t sizes[] = {64, 5000, 10, 6000}, time = 13u | 14u << 5 | 15u << 11 | (999999u / 64) << 17;
+    for (uint16_t i = 0; i < 4; i++) {
+        const uint16_t idx = static_cast<uint16_t>(i + 1);
+        tq_stream_hdr_t due = {0x98FB,   idx,
+                               sizes[i], {sizes[i], idx, 2, 320, 240, -15, 402, time, i ? 592u : 0},
+                               1,        uint8_t(i ? 2 : 0),
+                               0};
+        due.hdr_hash = tq_stream_hash16(&due, 34, 0);
+        EXPECT_EQ(memcmp(&sink.hdrs[i], &due, sizeof(due)), 0) << i;
+        EXPECT_EQ(sink.frames[i], Bytes(sizes[i], static_cast<uint8_t>(idx)));
     }
-    EXPECT_TRUE(log.has("realloc ll_file single frame buffer: 5000 -> 10485759 bytes\n"));
-}
-
-TEST_F(FileLink, PropertiesAmongTheFramesMayBeAnything)
-{
-    {
-        Recording r("a.oni");
-        r.stream("TQ_REPLAY");
-        r.integer("TQ_FRAME_FPS", 500);
-        r.frame(1);
-        for (const uint64_t v : {uint64_t{0}, uint64_t{0x7FFFFFFF}, ~uint64_t{0}, uint64_t{1000}}) {
-            for (const char *key : {"TQ_FRAME_IMGW", "TQ_FRAME_IMGH", "TQ_FRAME_MOD_FREQ", "TQ_CONF_INTG2_US",
-                                    "TQ_DEV_ID", "TQ_FRAME_FPS"})
-                r.integer(key, v);
-        }
-        for (const uint32_t size : {0, 1, 13, 16, 100, 5000}) {
-            r.general("TQ_FRAME_ROI_INFO", Bytes(size, 0xFF).data(), size);
-            r.general("TQ_FRAME_INFO", Bytes(size, 0x7F).data(), size);
-        }
-        r.frame(2);
-    }
-    Link link("a.oni");
-    ASSERT_TRUE(link.open);
-    ASSERT_TRUE(link.start(&sink));
-    EXPECT_EQ(sink.until_end(), "12E");
-    EXPECT_EQ(link.get(21), (Bytes{0xE8, 3, 0, 0}));
 }
 
 TEST_F(FileLink, EndsOrGoesRound)
 {
     record("a.oni", 3);
-    Link link("a.oni");
-    ASSERT_TRUE(link.open);
-    for (int round = 0; round < 2; round++) { // each start is from the beginning
-        sink.clear();
-        ASSERT_TRUE(link.start(&sink));
-        EXPECT_EQ(sink.until_end(), "123E");
-        sleep_ms(20);
-        EXPECT_EQ(sink.calls(), 7u); // stopped by itself
-    }
-    sink.clear();
-    ASSERT_TRUE(link.start(&sink, 1));
-    EXPECT_EQ(Sink::order(sink.wait(14)).substr(0, 7), "1231231");
-    EXPECT_TRUE(link.stop());
-
-    // A recording without frames ends, also where it should go round.
     record("none.oni", 0);
-    Link none("none.oni");
-    ASSERT_TRUE(none.open);
-    sink.clear();
-    ASSERT_TRUE(none.start(&sink, 1));
-    EXPECT_EQ(sink.until_end(), "E");
+    Sink twice[2], round, empty;
+    Link link("a.oni"), none("none.oni");
+    for (Sink &s : twice) { // each start is from the beginning
+        ASSERT_TRUE(link.start(&s));
+        EXPECT_EQ(s.wait(4), "123E");
+        sleep_ms(20);
+        EXPECT_EQ(s.calls, 7); // stopped by itself
+    }
+    ASSERT_TRUE(link.start(&round, 1));
+    EXPECT_EQ(round.wait(7).substr(0, 7), "1231231");
+    ASSERT_TRUE(none.start(&empty, 1)); // one without frames ends, also where it should go round
+    EXPECT_EQ(empty.wait(1), "E");
 }
 
 TEST_F(FileLink, StepsByPermit)
 {
     record("a.oni", 9, 500);
     Link link("a.oni");
-    ASSERT_TRUE(link.open);
     link.set_fps(0);
     ASSERT_TRUE(link.start(&sink, 1));
-    EXPECT_EQ(sink.wait(1, 50).size(), 0u);
+    EXPECT_EQ(sink.wait(1, 50), "");
     for (int i = 1; i <= 3; i++) {
         link.dev.ops->cap_wait(&link.dev);
-        EXPECT_EQ(sink.wait(2 * i).size(), 2u * i);
+        EXPECT_EQ(sink.wait(i).size(), i);
     }
     EXPECT_EQ(link.dev.ops->cap_seek(&link.dev, 6, 0), 6);
     for (int i = 4; i <= 7; i++) { // round the end with one permit for each frame
         link.dev.ops->cap_wait(&link.dev);
-        EXPECT_EQ(sink.wait(2 * i).size(), 2u * i);
+        sink.wait(i);
     }
-    EXPECT_EQ(Sink::order(sink.wait(0)), "1237891");
-    link.set_fps(9); // dropped while stepping
-    EXPECT_EQ(link.get(12), (Bytes{0xF4, 1, 0, 0}));
+    EXPECT_EQ(sink.wait(7), "1237891");
     link.set_fps(1000); // back to the file's pace
-    EXPECT_GE(sink.wait(40).size(), 40u);
-}
-
-TEST_F(FileLink, StopAndCloseDoNotWaitLong)
-{
-    record("slow.oni", 3, 1);
-    record("step.oni", 3, 0);
-    record("fast.oni", 200, 1000000);
-    for (const char *path : {"slow.oni", "step.oni", "fast.oni"}) {
-        for (const bool stop : {true, false}) {
-            const Clock::time_point begin = Clock::now();
-            {
-                Link link(path);
-                ASSERT_TRUE(link.open);
-                ASSERT_TRUE(link.start(&sink, 1));
-                sleep_ms(5);
-                EXPECT_TRUE(!stop || link.stop());
-            }
-            EXPECT_LT(Clock::now() - begin, std::chrono::milliseconds(900)) << path;
-        }
-    }
+    EXPECT_GE(sink.wait(20).size(), 20u);
+    link.set_fps(0); // a close doesn't wait for a permit
 }
 
 TEST_F(FileLink, NothingComesOnceStopped)
 {
     record("a.oni", 200, 1000000);
     Link link("a.oni");
-    ASSERT_TRUE(link.open);
     for (int round = 0; round < 50; round++) {
         ASSERT_TRUE(link.start(&sink, 1));
-        sink.wait(1);
-        ASSERT_TRUE(link.stop());
-        sink.clear();
+        sink.wait(round + 1);
+        ASSERT_TRUE(link.dev.ops->cap_stop(&link.dev));
+        const int before = sink.calls;
         std::this_thread::yield();
-        ASSERT_EQ(sink.calls(), 0u);
+        ASSERT_EQ(sink.calls, before);
     }
     // The callback may stop it too.
     for (const bool abort : {true, false}) {
-        struct {
-            bool abort;
-            std::atomic<int> calls{0};
-        } arg = {abort, {}};
-        const auto cb = [](tqcam_ll_dev_t *dev, int32_t, const void *, uint32_t, void *p) {
-            auto *a = static_cast<decltype(arg) *>(p);
-            a->abort ? dev->ops->cap_abort(dev) : static_cast<void>(dev->ops->cap_stop(dev));
-            a->calls++;
+        static std::atomic<int> calls;
+        calls = 0;
+        const auto cb = [](tqcam_ll_dev_t *dev, int32_t, const void *, uint32_t, void *arg) {
+            arg ? dev->ops->cap_abort(dev) : static_cast<void>(dev->ops->cap_stop(dev));
+            calls++;
         };
-        ASSERT_TRUE(link.dev.ops->cap_start(&link.dev, 1, cb, &arg));
-        for (int i = 0; i < 500 && arg.calls < 2; i++)
+        ASSERT_TRUE(link.dev.ops->cap_start(&link.dev, 1, cb, abort ? &calls : nullptr));
+        while (calls < 2) // header and frame
             sleep_ms(1);
         sleep_ms(10);
-        EXPECT_EQ(arg.calls, 2); // header and frame
+        EXPECT_EQ(calls, 2);
     }
 }
 
 TEST_F(FileLink, ThreadsMayCallAllOfItAtOnce)
 {
-    {
-        Recording r("a.oni");
-        r.stream("TQ_REPLAY");
-        tqcam_frame_info_t info = {};
-        for (uint32_t i = 0; i < 50; i++) {
-            info.frame_size = 64 + i;
-            r.integer("TQ_FRAME_IMGW", 100 + i);
-            r.info(info);
-            r.frame(static_cast<uint8_t>(i), 64 + i);
-        }
-    }
+    record("a.oni", 50);
+    Sink last;
     Link link("a.oni");
-    ASSERT_TRUE(link.open);
     std::atomic<bool> end{false};
-    auto each = [&](void (*work)(Link &, Sink &)) {
-        return std::thread([&, work] {
-            while (!end)
-                work(link, sink);
-        });
-    };
-    std::thread threads[] = {each([](Link &l, Sink &s) {
-                                 l.start(&s, 1);
-                                 l.set_fps(0);
-                                 l.stop();
-                             }),
-                             each([](Link &l, Sink &) {
-                                 l.dev.ops->cap_seek(&l.dev, 20, 0);
-                                 l.get(4);
-                                 l.get(9);
-                             }),
-                             each([](Link &l, Sink &s) {
-                                 l.dev.ops->cap_wait(&l.dev);
-                                 l.set_fps(1000);
-                                 s.clear();
-                             })};
-    std::this_thread::sleep_for(std::chrono::milliseconds(300));
+    std::thread asks([&] {
+        while (!end) {
+            link.dev.ops->cap_seek(&link.dev, 20, 0);
+            link.get(4);
+        }
+    });
+    std::thread steps([&] {
+        while (!end) {
+            link.dev.ops->cap_wait(&link.dev);
+            link.set_fps(1000);
+        }
+    });
+    for (int i = 0; i < 3000; i++) {
+        link.start(&sink, 1);
+        link.set_fps(0);
+        link.dev.ops->cap_stop(&link.dev);
+    }
     end = true;
-    for (std::thread &t : threads)
-        t.join();
-    link.set_fps(1000000);
-    sink.clear();
-    ASSERT_TRUE(link.start(&sink));
+    asks.join();
+    steps.join();
+    ASSERT_TRUE(link.start(&last));
     link.dev.ops->cap_wait(&link.dev);
-    EXPECT_GE(sink.wait(2).size(), 2u); // and it still plays
+    EXPECT_GE(last.wait(1).size(), 1u); // and it still plays
 }
