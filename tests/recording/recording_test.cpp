@@ -4,52 +4,12 @@
 
 #include "api/fake_camera.h"
 #include "endtoend/recorded_camera.h"
-#include "replay/oni_reader.h"
 #include "support/log_capture.h"
+#include "support/recorded.h"
 #include "support/temp_dir.h"
 
 namespace {
 using lines_t = std::vector<std::string>;
-
-// A recording read back: what belongs to a node, in file order. "TQ_DEV_ID=5", "TQ_FRAME_INFO=100 bytes",
-// "frame of 64" for a frame of 64 bytes whose first is 7. Published properties are left out.
-struct Recorded {
-    lines_t lines;
-    std::string wanted, frames, calib; // the bytes of all frames, and of all TQ_FILEDATA_CALIB
-
-    Recorded(const char *path, const char *node) : wanted(node)
-    {
-        oni_reader_t *reader = oni_reader_open(path, on_property, this);
-        for (uint32_t i = 0; reader && i < reader->max_node_id; i++) {
-            oni_istream_t *s = &reader->streams[i];
-            while (s->valid && s->name == wanted && oni_istream_next(s) == 1) {
-                std::string frame(reader->value_len, 0);
-                oni_istream_deliver(s, frame.data(), static_cast<int>(frame.size()));
-                lines.push_back("frame of " + std::to_string(frame.size()));
-                frames += frame;
-            }
-        }
-        oni_reader_close(reader);
-    }
-
-    static void on_property(oni_reader_t *reader, int kind, const char *name, const void *value,
-                            uint32_t size, void *arg)
-    {
-        auto *self = static_cast<Recorded *>(arg);
-        const oni_istream_t *node = oni_reader_cur_stream(reader);
-        if (!node || self->wanted != node->name || strncmp(name, "TQ_", 3) != 0)
-            return;
-        const char *text = static_cast<const char *>(value);
-        uint64_t word = 0;
-        memcpy(&word, value, std::min(size, 8u));
-        self->lines.push_back(std::string(name) + "=" +
-                              (kind == ONI_PROP_STRING    ? text
-                               : kind == ONI_PROP_GENERAL ? std::to_string(size) + " bytes"
-                                                          : std::to_string(word)));
-        if (strcmp(name, "TQ_FILEDATA_CALIB") == 0)
-            self->calib.append(text, size);
-    }
-};
 
 void configure(tqcam_dev_t *dev, std::string file, bool images = false, bool manual = false)
 {
@@ -141,9 +101,9 @@ TEST_F(Recording, CarriesTheCalibrationInBlocks)
     ASSERT_TRUE(tqcam_cap_start(&cam.dev));
     frame(1);
     tqcam_cap_stop(&cam.dev);
-    const Recorded got("a.oni", "Device");
-    ASSERT_EQ(got.lines.size(), 12u);
-    EXPECT_TRUE(got.calib == bytes);
+    Recorded got("a.oni", "Device");
+    EXPECT_EQ(got.lines.size(), 12u);
+    EXPECT_TRUE(got.values["TQ_FILEDATA_CALIB"] == bytes);
 }
 
 TEST_F(Recording, ByHand)

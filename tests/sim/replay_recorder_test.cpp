@@ -2,8 +2,9 @@
 #include "replay_recorder.h"
 
 #include <algorithm>
+#include <gtest/gtest.h>
 
-#include "recording/recorded.h"
+#include "support/recorded.h"
 #include "support/temp_dir.h"
 #include "tqcam.h"
 
@@ -36,39 +37,42 @@ TEST(ReplayRecorder, FileHoldsDeviceSettingsFramesAndTruth)
     const std::vector<uint8_t> calib(524288 + 77, 0x5A);
     record("a.oni", cfg, 3, calib);
 
-    const Recorded got("a.oni", "TQ_REPLAY");
-    ASSERT_NE(got.reader, nullptr);
+    Recorded device("a.oni", "Device"), got("a.oni", "TQ_REPLAY");
     const sim_identity_t id = sim_identity(cfg);
     EXPECT_EQ(id.dev_id32, id.serial[0] ^ (uint32_t{id.wid} << 16 | id.cid));
     // Of the device, then of the stream, in the order in which a player meets them.
-    const std::string due[] = {"Device text TQ_PRODUCT=TQSIM-S570C4-VGA",
-                               "Device int TQ_DEV_ID=" + std::to_string(id.dev_id),
-                               "Device text TQ_FILENAME_CALIB=x.bin",
-                               "Device bytes TQ_FILEDATA_CALIB=524288",
-                               "Device bytes TQ_FILEDATA_CALIB=77",
-                               "TQ_REPLAY int TQ_FRAME_IMGW=640",
-                               "TQ_REPLAY int TQ_FRAME_FMT=17",
-                               "TQ_REPLAY int TQ_FRAME_MOD_FREQ=120000000",
-                               "TQ_REPLAY int TQ_FRAME_MOD_FREQ1=40000000",
-                               "TQ_REPLAY int TQ_CONF_INTG1_US=421",
-                               "TQ_REPLAY bytes TQ_FRAME_INFO=100"};
-    auto line = got.lines.begin();
+    const std::string due[] = {"TQ_PRODUCT=TQSIM-S570C4-VGA",
+                               "TQ_DEV_ID=" + std::to_string(id.dev_id),
+                               "TQ_FILENAME_CALIB=x.bin",
+                               "TQ_FILEDATA_CALIB=524288 bytes",
+                               "TQ_FILEDATA_CALIB=77 bytes",
+                               "TQ_FRAME_IMGW=640",
+                               "TQ_FRAME_FMT=17",
+                               "TQ_FRAME_MOD_FREQ=120000000",
+                               "TQ_FRAME_MOD_FREQ1=40000000",
+                               "TQ_CONF_INTG1_US=421",
+                               "TQ_FRAME_INFO=100 bytes"};
+    std::vector<std::string> lines = device.lines;
+    lines.insert(lines.end(), got.lines.begin(), got.lines.end());
+    auto line = lines.begin();
     for (const std::string &d : due) {
-        line = std::find_if(line, got.lines.end(), [&d](const std::string &l) { return l.starts_with(d); });
-        ASSERT_NE(line, got.lines.end()) << d;
+        line = std::find(line, lines.end(), d);
+        ASSERT_NE(line, lines.end()) << d;
     }
-    EXPECT_EQ(got.calib, calib);
+    EXPECT_EQ(device.values["TQ_FILEDATA_CALIB"], std::string(calib.begin(), calib.end()));
 
     const auto source = sim_source_live(cfg);
     const std::string truth = read_text("a.oni.truth");
     ASSERT_EQ(truth.size(), size_t{3} * 640 * 480 * 4);
-    ASSERT_EQ(got.frames.size(), 3u);
-    ASSERT_EQ(got.infos.size(), 3u);
+    const std::string infos = got.values["TQ_FRAME_INFO"];
+    ASSERT_EQ(infos.size(), 3 * sizeof(tqcam_frame_info_t));
     for (uint32_t i = 0; i < 3; i++) {
         sim_frame_t f;
         source->next(source->self, &f);
-        EXPECT_TRUE(got.frames[i] == std::vector<uint8_t>(f.data.begin(), f.data.end()));
-        const tqcam_frame_info_t &info = got.infos[i];
+        EXPECT_TRUE(got.frames.substr(i * f.data.size(), f.data.size()) ==
+                    std::string(f.data.begin(), f.data.end()));
+        tqcam_frame_info_t info;
+        memcpy(&info, infos.data() + i * sizeof(info), sizeof(info));
         EXPECT_EQ(info.frame_size, f.data.size());
         EXPECT_EQ(info.frame_idx, i);
         EXPECT_EQ(info.meta_size, 592u);
