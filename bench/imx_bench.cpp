@@ -42,7 +42,7 @@ struct scene_t {
     // Neutral planes, as after a mount.
     void calibrate()
     {
-        imx_priv_t *p = cam.imx();
+        imx_priv_t *p = cam.priv();
         for (imx_row_t &row : p->rows) {
             row.calib.blk.freq = &row == p->rows ? p->mod_freq0 : p->mod_freq1;
             row.calib.blk.img_w = 640;
@@ -93,12 +93,12 @@ const int registered = [] {
         bench_forms("imx/raw_distance_" + kind, N, [dual] { scene(dual).decode(DRV_KIND_RAW); });
         bench_forms("imx/calibrated_" + kind, N, [dual] { calibrated(dual).decode(DRV_KIND_DIST); });
         bench_forms("imx/gray_" + kind, N, [dual] {
-            scene(dual).cam.imx()->info_hash = FRAME_HASH_NONE;
+            scene(dual).cam.priv()->info_hash = FRAME_HASH_NONE;
             scene(dual).decode(DRV_KIND_GRAY);
         });
         bench_forms("imx/decode_" + kind, N, [dual] { scene(dual).decode(DRV_KIND_DIST); });
         bench_forms("imx/decode_denoised_" + kind, N, [dual] {
-            imx_priv_t *p = scene(dual).cam.imx();
+            imx_priv_t *p = scene(dual).cam.priv();
             p->f_en_median = p->f_en_bpf2d_iir = p->f_en_fill_hole = p->f_en_flyfilter = 1;
             scene(dual).decode(DRV_KIND_DIST);
             p->f_en_median = p->f_en_bpf2d_iir = p->f_en_fill_hole = p->f_en_flyfilter = 0;

@@ -76,7 +76,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     camera->reg_writes.clear();
     tqcam_drv_t *drv = camera->drv();
     const tqcam_drv_ops_t *ops = camera->ops();
-    epc_priv_t *p = camera->epc();
+    epc_priv_t *p = camera->priv();
 
     p->user_offset = 0;
     p->hdr_en = p->sport_en = p->sport_mode = 0;

@@ -61,7 +61,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     memcpy(&s, data, sizeof(s));
     const std::vector<uint8_t> raw(data + sizeof(s), data + size);
     cam->sent.clear();
-    imx_priv_t *p = cam->imx();
+    imx_priv_t *p = cam->priv();
 
     tq_frame_hdr_t hdr;
     static_assert(sizeof(hdr) == sizeof(s));

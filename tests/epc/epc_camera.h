@@ -12,16 +12,8 @@ class EpcCamera : public LinkCamera {
     {
         set_words(TQCAM_PARAM_MOD_FREQ, {12000000});
     }
-    epc_priv_t *epc() { return epc_priv(drv()); }
+    epc_priv_t *priv() { return epc_priv(drv()); }
 
-    void set_sys_calib(float scale, float offset, uint8_t valid = 1)
-    {
-        std::vector<uint8_t> &v = params[18];
-        v.assign(17, 0);
-        memcpy(&v[4], &scale, 4);
-        memcpy(&v[8], &offset, 4);
-        v[16] = valid;
-    }
     static tqcam_frame_info_t info(uint16_t fmt, uint32_t w, uint32_t h, uint32_t planes)
     {
         tqcam_frame_info_t i = {};

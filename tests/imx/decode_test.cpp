@@ -46,7 +46,7 @@ struct ImxDecode : ::testing::Test {
     void SetUp() override
     {
         ASSERT_TRUE(cam.open());
-        p = cam.imx();
+        p = cam.priv();
         cam.disable(TQCAM_FILTER_TEMP_CORR);
     }
     uint16_t first(const ImxFrame &f, int kind = DRV_KIND_DIST)

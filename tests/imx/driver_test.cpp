@@ -32,7 +32,7 @@ struct ImxOpen : Imx {
     void SetUp() override
     {
         ASSERT_TRUE(cam.open());
-        p = cam.imx();
+        p = cam.priv();
     }
 };
 } // namespace
@@ -55,7 +55,7 @@ TEST_F(Imx, OpensEveryModelOfTheFamily)
             memcpy(cam.params[k ? 85 + k : 22].data(), lens + 4 * k, k < 2 ? 16 : 4);
         }
         ASSERT_TRUE(cam.open()) << c.product;
-        const imx_priv_t *p = cam.imx();
+        const imx_priv_t *p = cam.priv();
         EXPECT_EQ(p->is_imx570, c.imx570) << c.product;
         EXPECT_EQ(log.has("[imx_init] * Temp-ceof dependent on freq mode: Enabled"), c.imx570);
         EXPECT_TRUE(log.has("[imx_init]len param in dev: cx:320.500000, cy:240.000000, fx:461.000000, "
@@ -106,7 +106,7 @@ TEST_F(Imx, DecidesFrequenciesAtOpen)
         if (c.fail_get)
             cam.fail_get = {c.fail_get};
         ASSERT_TRUE(cam.open());
-        const imx_priv_t *p = cam.imx();
+        const imx_priv_t *p = cam.priv();
         const size_t i = static_cast<size_t>(&c - cases);
         EXPECT_EQ(cam.take_sent(), c.sent) << i;
         EXPECT_EQ(p->mod_freq0, c.at0) << i;
@@ -299,11 +299,11 @@ TEST_F(Imx, UseCases)
                 {2, false, "21=000e2707002d3101 12=1e000000,10=11000000 ", 1249, 7494},
                 {0, true, "1=000e2707 12=1e000000,10=0f000000 ", 1249, 0}};
     for (const auto &s : sets) {
-        cam.imx()->hdr_en = s.hdr;
+        cam.priv()->hdr_en = s.hdr;
         EXPECT_EQ(tqcam_use_case_set_uid(&cam.dev, s.index), 0);
         EXPECT_EQ(cam.take_sent(), s.sent);
-        EXPECT_EQ(cam.imx()->dmax0, s.dmax0);
-        EXPECT_EQ(cam.imx()->dmax1, s.dmax1);
+        EXPECT_EQ(cam.priv()->dmax0, s.dmax0);
+        EXPECT_EQ(cam.priv()->dmax1, s.dmax1);
         EXPECT_EQ(tqcam_get_cur_use_case(&cam.dev, &now), 0);
         EXPECT_EQ(now.uid, s.index);
     }
@@ -311,7 +311,7 @@ TEST_F(Imx, UseCases)
     EXPECT_EQ(tqcam_use_case_set_uid(&cam.dev, 1), -1);
     EXPECT_EQ(tqcam_get_cur_use_case(&cam.dev, &now), 0);
     EXPECT_EQ(now.uid, 0u);
-    EXPECT_EQ(cam.imx()->mod_freq1, 0u);
+    EXPECT_EQ(cam.priv()->mod_freq1, 0u);
     cam.fail_set = {TQCAM_PARAM_FPS};
     EXPECT_EQ(tqcam_use_case_set_uid(&cam.dev, 1), -1);
 }
@@ -473,7 +473,7 @@ TEST_F(Imx, MountsARowForEachFrequency)
                     {.freq = F20}});
         ImxCamera cam(product, 17, F120, F40);
         ASSERT_TRUE(cam.open());
-        imx_priv_t *p = cam.imx();
+        imx_priv_t *p = cam.priv();
         ASSERT_TRUE(imx_calib_is_ready(p));
         EXPECT_EQ(p->rows[0].calib.planes[0], 1.1f);
         EXPECT_EQ(p->rows[1].calib.planes[0], 1);

@@ -16,7 +16,7 @@ class ImxCamera : public LinkCamera {
         set_words(TQCAM_PARAM_DUAL_FREQ, {f0, f1});
         set_words(TQCAM_PARAM_FORMAT, {format});
     }
-    imx_priv_t *imx() { return imx_priv(drv()); }
+    imx_priv_t *priv() { return imx_priv(drv()); }
 };
 
 // A frame: for each sub-frame one value that all its pixels have.

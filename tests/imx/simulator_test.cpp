@@ -34,7 +34,7 @@ Outcome outcome(ImxCamera &cam, const sim_config_t &cfg, double wrap)
     const std::vector<uint8_t> raw(frame.data.begin(), frame.data.end());
     const std::vector<uint16_t> image = cam.decode(DRV_KIND_DIST, raw, info);
     std::vector<double> error;
-    const uint32_t *amp = cam.imx()->amp_buf.as<uint32_t>();
+    const uint32_t *amp = cam.priv()->amp_buf.as<uint32_t>();
     size_t wrong = 0;
     for (size_t i = 0; i < image.size(); i++) {
         if (amp[i] <= 100 || frame.truth_mm[i] == 0)
@@ -138,7 +138,7 @@ TEST(ImxSimulator, CalibrationOfTwoFrequencies)
             sim_calib_save(ImxCamera::CALIB_FILE, sim_calib_file_bytes(sim_calib_render(camera, plan))));
         ImxCamera cam(std::string("XX-") + c.camera + "-YY", cfg.format, F120, c.f1);
         ASSERT_TRUE(cam.open());
-        imx_priv_t *p = cam.imx();
+        imx_priv_t *p = cam.priv();
         ASSERT_TRUE(p->f_en_pix_calib);
         cam.ops()->on_update_fps(cam.drv(), cfg.fps);
         cam.ops()->on_update_intg_time(cam.drv(), cfg.intg_us, 0);
