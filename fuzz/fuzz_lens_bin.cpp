@@ -1,18 +1,13 @@
 // Reads the input as a binary lens file and touches all that it claims to hold.
-#include "memory_file.h"
+#include "fuzz_input.h"
 #include "tqcam_param.h"
 
-static volatile uint8_t sink;
-
-extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
+void fuzz(fuzz_input in)
 {
-    const memory_file file(data, size);
-    tq_lens_bin_t *lens = tqcam_param_len_load_bin_file(file.name());
+    tq_lens_bin_t *lens = tqcam_param_len_load_bin_file(memory_file(in).name.data());
     if (lens) {
-        const uint8_t *end = tq_lens_bin_reflect(lens) + 4 * static_cast<size_t>(lens->n_reflect);
-        for (const uint8_t *p = tq_lens_bin_grad(lens); p < end; p++)
-            sink = *p;
+        touch(tq_lens_bin_grad(lens), 4 * static_cast<size_t>(lens->n_grad));
+        touch(tq_lens_bin_reflect(lens), 4 * static_cast<size_t>(lens->n_reflect));
     }
     tqcam_param_len_unload(lens);
-    return 0;
 }

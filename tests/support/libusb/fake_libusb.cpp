@@ -1,4 +1,4 @@
-#include "support/libusb/fake_libusb.h"
+#include "fake_libusb.h"
 
 #include <cstdlib>
 
