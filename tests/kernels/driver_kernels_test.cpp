@@ -29,9 +29,10 @@ TEST(DriverKernels, RowsOfFourPlanes)
         {[](auto &r, auto &) { epc_gray_level_row_plain(r.dist, r.p[0], r.p[1], r.n); },
          [](auto &r, auto &) { epc_gray_level_row(r.dist, r.p[0], r.p[1], r.n); }},
     };
+    const epc_after_t after = {{3.0f, 0.002f, 0.5f, 1.0f}, 32768, -3, 12491};
     std::vector<uint16_t> table(PHASE_TURN + 2); // for both lookups, between zeroes
     for (size_t i = 1; i <= PHASE_TURN; i++)
-        table[i] = static_cast<uint16_t>(i * 7 + 1);
+        table[i] = epc_after(static_cast<int32_t>(i) - 1501, after);
     for_each_length([&](KernelRng &rng, int len) {
         const size_t n = static_cast<size_t>(len), shift = rng.below(7), stride = n + shift;
         const bool upper = rng.below(3) == 0, sound = rng.below(2);
@@ -51,7 +52,7 @@ TEST(DriverKernels, RowsOfFourPlanes)
         d.dmax = rng.below(4) == 0 ? 65535 : static_cast<int32_t>(1 + rng.below(32767));
         d.off = static_cast<int32_t>(rng.below(2000)) - 1000;
         d.tc = rng.unit() * 2000.0f - 1000.0f;
-        d.after = {{3.0f, 0.002f, 0.5f, 1.0f}, 32768, -3, d.dmax};
+        d.after = after;
         d.after_table = {&table[1], -1500, 3000};
         d.phase_table = rng.below(8) ? &table[1] : nullptr;
         const uint16_t *const p0 = &p[shift], *const p1 = p0 + stride, *const p2 = p1 + stride;

@@ -1,4 +1,5 @@
 // The SONY family's vector kernels against their plain forms, on every target that this machine runs.
+#include <algorithm>
 #include <cmath>
 #include <vector>
 
@@ -22,24 +23,22 @@ template <typename T> T pick(KernelRng &rng, std::initializer_list<T> values)
 
 // What a round calculates with. Every fourth takes millimetres for phase and ends all at halves or next to
 // them, which are rounded away from 0.
-void any_terms(KernelRng &rng, imx_map_t *map, imx_line_t *line)
+std::pair<imx_map_t, imx_line_t> any_terms(KernelRng &rng)
 {
-    if (rng.below(4) == 0) {
-        *map = {pick(rng, {32768, 40000}), 0, 32768};
-        *line = {true, pick(rng, {0.5f, 20000.5f, -0.5f, 0.49999997f}), 1, 0, nullptr, nullptr, {}};
-        return;
-    }
-    *map = {pick(rng, {32768, 32768, 0, 1, 30000, 40000, 2147418, INT32_MAX}),
-            pick(rng, {0, 0, 77, -3000, -100000, 5000000, INT32_MIN, INT32_MAX}),
-            pick(rng, {1249, 3747, 7494, 1, 65535, 65536, INT32_MAX})};
-    *line = {rng.below(2) != 0,
+    if (rng.below(4) == 0)
+        return {{pick(rng, {32768, 40000}), 0, 32768},
+                {true, pick(rng, {0.5f, 20000.5f, -0.5f, 0.49999997f}), 1, 0, nullptr, nullptr, {}}};
+    return {{pick(rng, {32768, 32768, 0, 1, 30000, 40000, 2147418, INT32_MAX}),
+             pick(rng, {0, 0, 77, -3000, -100000, 5000000, INT32_MIN, INT32_MAX}),
+             pick(rng, {1249, 3747, 7494, 1, 65535, 65536, INT32_MAX})},
+            {rng.below(2) != 0,
              pick(rng, {0.0f, 3.5f, -1000.25f, 40000.0f, 3e9f, NAN, -INFINITY}),
              pick(rng, {1.0f, 0.998f, -2.0f, 1e20f}),
              pick(rng, {0.0f, -650.0f, 12.0f, 2e9f}),
              nullptr,
              nullptr,
              {pick(rng, {0.0f, 4.5f}), pick(rng, {0.02f, 0.02f, -0.007f, 50.0f, NAN}), 0.5f,
-              pick(rng, {0.0f, -1.5f, 0.1f})}};
+              pick(rng, {0.0f, -1.5f, 0.1f})}}};
 }
 
 TEST(ImxKernels, Rows)
@@ -47,8 +46,7 @@ TEST(ImxKernels, Rows)
     for_each_length([](KernelRng &rng, int len) {
         const size_t n = static_cast<size_t>(len), shift = rng.below(7);
         std::vector<uint8_t> packed(6 * n); // ends where it ends, for the tools that watch memory
-        for (uint8_t &b : packed)
-            b = static_cast<uint8_t>(rng.bits());
+        std::generate(packed.begin(), packed.end(), [&] { return static_cast<uint8_t>(rng.bits()); });
         const auto unpack = [&](auto f, auto out) { f(out, packed.data(), 4 * n); };
         ASSERT_TRUE(same_results<int16_t>(4 * n, shift, imx_unpack_plain, imx_unpack, unpack));
 
@@ -61,9 +59,7 @@ TEST(ImxKernels, Rows)
             offsets[k] = rng.below(50) ? rng.unit() * 900 - 450 : pick(rng, {NAN, INFINITY, -1e30f});
         }
         for (int round = 0; round < 20; round++) {
-            imx_map_t map;
-            imx_line_t line;
-            any_terms(rng, &map, &line);
+            auto [map, line] = any_terms(rng);
             line.slopes = round % 2 ? slopes.data() : nullptr;
             line.offsets = offsets.data();
             const auto dist = [&](auto f, auto d, auto a) { f(d, a, i.data(), q.data(), n, map, line); };

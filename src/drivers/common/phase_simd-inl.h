@@ -41,7 +41,7 @@ template <class DF, class VF> HWY_INLINE auto AtanEntry(DF df, VF k)
 }
 
 // The quotient of an octant and its table entry; both operands are positive.
-template <class DU, class VU> HWY_INLINE VU OctantEntry(DU du, VU q, VU i)
+template <class DU, class VU> HWY_INLINE VU OctantEntry(DU, VU q, VU i)
 {
     namespace hn = hwy::HWY_NAMESPACE;
     const hn::RebindToSigned<DU> di;
@@ -84,7 +84,7 @@ template <class DS, class VS> HWY_INLINE VS PhaseAngles(DS ds, VS i, VS q)
 template <class VU> struct amps_t {
     VU lower, upper;
 };
-template <class DS, class VS> HWY_INLINE auto SquaredAmps(DS ds, VS i, VS q)
+template <class DS, class VS> HWY_INLINE auto SquaredAmps([[maybe_unused]] DS ds, VS i, VS q)
 {
     namespace hn = hwy::HWY_NAMESPACE;
     const hn::RepartitionToWide<DS> di;
