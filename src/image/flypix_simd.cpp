@@ -70,16 +70,20 @@ HWY_INLINE V32 PairDot(hn::Vec<I16> a, hn::Vec<I16> b)
     return hn::ReorderWidenMulAccumulate(D32(), a, b, hn::Zero(D32()), none);
 }
 
-HWY_INLINE void Gradients(V32 gx0, V32 gy0, V32 gx1, V32 gy1, V32 &g0, V32 &g1)
+HWY_INLINE void Gradients(hn::Vec<I16> gx, hn::Vec<I16> gy, V32 &g0, V32 &g1)
 {
     const I16 d;
     const hn::RebindToUnsigned<D32> du;
-    const auto gx = hn::ReorderDemote2To(d, gx0, gx1);
-    const auto gy = hn::ReorderDemote2To(d, gy0, gy1);
     const auto lo = hn::InterleaveLower(d, gx, gy);
     const auto hi = hn::InterleaveUpper(d, gx, gy);
     g0 = hn::BitCast(D32(), hn::ShiftRight<2>(hn::BitCast(du, PairDot(lo, lo))));
     g1 = hn::BitCast(D32(), hn::ShiftRight<2>(hn::BitCast(du, PairDot(hi, hi))));
+}
+
+HWY_INLINE void Gradients(V32 gx0, V32 gy0, V32 gx1, V32 gy1, V32 &g0, V32 &g1)
+{
+    const I16 d;
+    Gradients(hn::ReorderDemote2To(d, gx0, gx1), hn::ReorderDemote2To(d, gy0, gy1), g0, g1);
 }
 
 // With c * c = h * 65536 + l the limit is h * thr * 64 + l * thr / 1024; h goes into the signed product less
@@ -96,7 +100,28 @@ HWY_INLINE void Limits(V16 c, int thr, V32 &l0, V32 &l1)
     l1 = hn::Add(PairDot(hn::BitCast(di, hn::InterleaveUpper(d, h, l)), weight), bias);
 }
 
+// The same below NARROW, where h stays small.
+HWY_INLINE void NarrowLimits(V16 c, int thr, V32 &l0, V32 &l1)
+{
+    const D16 d;
+    const I16 di;
+    const V16 h = hn::MulHigh(c, c);
+    const V16 l = hn::MulHigh(hn::Mul(c, c), hn::Set(d, (uint16_t)(thr << 6)));
+    const auto weight = hn::BitCast(di, hn::Set(D32(), 1 << 16 | thr << 6));
+    l0 = PairDot(hn::BitCast(di, hn::InterleaveLower(d, h, l)), weight);
+    l1 = PairDot(hn::BitCast(di, hn::InterleaveUpper(d, h, l)), weight);
+}
+
 #else
+
+HWY_INLINE void Gradients(hn::Vec<I16> gx, hn::Vec<I16> gy, V32 &g0, V32 &g1)
+{
+    V32 upper = hn::Zero(D32());
+    V32 lower = hn::ReorderWidenMulAccumulate(D32(), gx, gx, hn::Zero(D32()), upper);
+    lower = hn::ReorderWidenMulAccumulate(D32(), gy, gy, lower, upper);
+    g0 = hn::ShiftRight<2>(lower);
+    g1 = hn::ShiftRight<2>(upper);
+}
 
 HWY_INLINE V32 Gradient(V32 gx, V32 gy)
 {
@@ -128,20 +153,41 @@ HWY_INLINE void Limits(V16 c, int thr, V32 &l0, V32 &l1)
     l1 = Limit(Upper(c), thr);
 }
 
+HWY_INLINE void NarrowLimits(V16 c, int thr, V32 &l0, V32 &l1)
+{
+    Limits(c, thr, l0, l1);
+}
+
 #endif
 
-// Walks down a strip one vector of u16 wide, so that each row is loaded and summed once.
-HWY_INLINE void Strip(uint16_t *dst, const uint16_t *src, int w, int h, int x, int thr)
+// Of the centres those stay whose limit isn't below the gradient.
+HWY_INLINE V16 Keep(V16 centre, V32 l0, V32 l1, V32 g0, V32 g1)
+{
+    const I16 di;
+    const auto less = hn::ReorderDemote2To(di, hn::Sub(l0, g0), hn::Sub(l1, g1)); // the sign counts
+    return hn::AndNot(hn::BitCast(D16(), hn::ShiftRight<15>(less)), centre);
+}
+
+// A part of an image, one vector of u16 wide: its first row and the row above, or itself at the image's edge.
+struct part_t {
+    const uint16_t *src, *above;
+    uint16_t *dst;
+    int rows;
+    bool last; // below it there is none
+};
+
+// Walks down a part, so that each row is loaded and summed once.
+HWY_INLINE void Strip(const part_t &at, ptrdiff_t w, int thr)
 {
     const D16 d;
-    const I16 di;
-    const uint16_t *p = src + x;
-    uint16_t *out = dst + x;
+    const uint16_t *p = at.src;
+    uint16_t *out = at.dst;
+    const Row t = LoadRow(at.above);
     Row m = LoadRow(p);
-    V32 above0 = m.along0, above1 = m.along1;
-    V32 pair0 = hn::Add(m.across0, m.across0), pair1 = hn::Add(m.across1, m.across1); // row and row above
-    for (int y = 0; y < h; y++) {
-        if (y < h - 1)
+    V32 above0 = t.along0, above1 = t.along1;
+    V32 pair0 = hn::Add(t.across0, m.across0), pair1 = hn::Add(t.across1, m.across1); // row and row above
+    for (int y = 0; y < at.rows; y++, out += w) {
+        if (y < at.rows - at.last)
             p += w;
         const Row b = LoadRow(p);
         const V32 next0 = hn::Add(m.across0, b.across0), next1 = hn::Add(m.across1, b.across1);
@@ -149,9 +195,7 @@ HWY_INLINE void Strip(uint16_t *dst, const uint16_t *src, int w, int h, int x, i
         Gradients(hn::Add(pair0, next0), hn::Sub(b.along0, above0), hn::Add(pair1, next1),
                   hn::Sub(b.along1, above1), g0, g1);
         Limits(m.centre, thr, l0, l1);
-        const auto less = hn::ReorderDemote2To(di, hn::Sub(l0, g0), hn::Sub(l1, g1)); // the sign counts
-        hn::StoreU(hn::AndNot(hn::BitCast(d, hn::ShiftRight<15>(less)), m.centre), d, out);
-        out += w;
+        hn::StoreU(Keep(m.centre, l0, l1, g0, g1), d, out);
         pair0 = next0;
         pair1 = next1;
         above0 = m.along0;
@@ -160,19 +204,73 @@ HWY_INLINE void Strip(uint16_t *dst, const uint16_t *src, int w, int h, int x, i
     }
 }
 
-// The first and the last column, whose neighbours on one side are themselves.
-HWY_INLINE void EdgeColumn(uint16_t *dst, const uint16_t *src, int w, int h, int x, int thr)
+// Below this four samples, and so a gradient, fit 15 bits and a sign.
+constexpr uint16_t NARROW = 8192;
+
+HWY_INLINE bool IsNarrow(const part_t &at, ptrdiff_t w)
 {
-    const int l = std::max(x - 1, 0);
-    const int r = std::min(x + 1, w - 1);
-    for (int y = 0; y < h; y++) {
-        const uint16_t *m = src + (ptrdiff_t)y * w;
-        const uint16_t *t = y > 0 ? m - w : m;
-        const uint16_t *b = y < h - 1 ? m + w : m;
-        const int64_t gx = (t[r] - t[l]) + (b[r] - b[l]) + 2 * (m[r] - m[l]);
-        const int64_t gy = (b[l] - t[l]) + (b[r] - t[r]) + 2 * (b[x] - t[x]);
-        const int64_t c = m[x];
-        dst[(ptrdiff_t)y * w + x] = c * c * thr / 1024 < (gx * gx + gy * gy) >> 2 ? 0 : m[x];
+    const D16 d;
+    V16 bits = hn::Or(hn::LoadU(d, at.above - 1), hn::LoadU(d, at.above + 1));
+    const uint16_t *p = at.src;
+    for (int y = 0; y <= at.rows - at.last; y++, p += w)
+        bits = hn::Or(bits, hn::Or(hn::LoadU(d, p - 1), hn::LoadU(d, p + 1)));
+    return hn::AllTrue(d, hn::Eq(hn::And(bits, hn::Set(d, (uint16_t)-NARROW)), hn::Zero(d)));
+}
+
+// The same where all samples are below NARROW, as in most scenes.
+HWY_INLINE void NarrowStrip(const part_t &at, ptrdiff_t w, int thr)
+{
+    using S16 = hn::Vec<I16>;
+    struct NarrowRow {
+        S16 across, along, centre;
+    };
+    const D16 d;
+    const auto load = [](const uint16_t *p) HWY_ATTR {
+        const I16 di;
+        const S16 l = hn::BitCast(di, hn::LoadU(D16(), p - 1)), r = hn::BitCast(di, hn::LoadU(D16(), p + 1));
+        const S16 c = hn::BitCast(di, hn::LoadU(D16(), p));
+        return NarrowRow{hn::Sub(r, l), hn::Add(hn::Add(l, r), hn::Add(c, c)), c};
+    };
+    const uint16_t *p = at.src;
+    uint16_t *out = at.dst;
+    const NarrowRow t = load(at.above);
+    NarrowRow m = load(p);
+    S16 above = t.along, pair = hn::Add(t.across, m.across);
+    for (int y = 0; y < at.rows; y++, out += w) {
+        if (y < at.rows - at.last)
+            p += w;
+        const NarrowRow b = load(p);
+        const S16 next = hn::Add(m.across, b.across);
+        const V16 centre = hn::BitCast(d, m.centre);
+        V32 g0, g1, l0, l1;
+        Gradients(hn::Add(pair, next), hn::Sub(b.along, above), g0, g1);
+        NarrowLimits(centre, thr, l0, l1);
+        hn::StoreU(Keep(centre, l0, l1, g0, g1), d, out);
+        pair = next;
+        above = m.along;
+        m = b;
+    }
+}
+
+// The first and the last column, whose neighbours on one side are themselves; the other ones stand inside.
+// All differences across have the same sign, which the square takes away.
+HWY_INLINE void EdgeColumn(uint16_t *dst, const uint16_t *src, ptrdiff_t w, int h, ptrdiff_t inside, int thr)
+{
+    struct EdgeRow {
+        int64_t across, along, centre;
+    };
+    const auto load = [inside](const uint16_t *p) {
+        return EdgeRow{p[inside] - p[0], p[inside] + 3 * p[0], p[0]};
+    };
+    EdgeRow t = load(src), m = t;
+    for (int y = 0; y < h; y++, dst += w) {
+        if (y < h - 1)
+            src += w;
+        const EdgeRow b = load(src);
+        const int64_t gx = t.across + 2 * m.across + b.across, gy = b.along - t.along, c = m.centre;
+        *dst = c * c * thr / 1024 < (gx * gx + gy * gy) >> 2 ? 0 : (uint16_t)c;
+        t = m;
+        m = b;
     }
 }
 
@@ -183,10 +281,17 @@ void FlypixK3(uint16_t *dst, const uint16_t *src, int w, int h, int thr)
         flypix_u16_k3_plain(dst, src, w, h, thr);
         return;
     }
-    for (int x = 1; x < w - 1; x += n)
-        Strip(dst, src, w, h, std::min(x, w - 1 - n), thr); // the last one overlaps
-    EdgeColumn(dst, src, w, h, 0, thr);
-    EdgeColumn(dst, src, w, h, w - 1, thr);
+    const int rows = std::max(10240 / w, 8); // that many stay in the first cache from strip to strip
+    for (int y = 0; y < h; y += rows) {
+        for (int x = 1; x < w - 1; x += n) {
+            const ptrdiff_t from = (ptrdiff_t)y * w + std::min(x, w - 1 - n); // the last one overlaps
+            const part_t at = {src + from, src + from - (y ? w : 0), dst + from, std::min(rows, h - y),
+                               y + rows >= h};
+            (IsNarrow(at, w) ? NarrowStrip : Strip)(at, w, thr);
+        }
+    }
+    EdgeColumn(dst, src, w, h, 1, thr);
+    EdgeColumn(dst + w - 1, src + w - 1, w, h, -1, thr);
 }
 
 #endif
