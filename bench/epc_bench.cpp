@@ -4,6 +4,10 @@
 #include <filesystem>
 #include <memory>
 
+#ifdef TQCAM_HAVE_OPENCV
+#include <opencv2/imgproc.hpp>
+#endif
+
 #include "calib_file_writer.h"
 #include "drivers/common/amp_kernels.h"
 #include "drivers/common/phase.h"
@@ -83,16 +87,22 @@ struct camera_t {
     }
 };
 
-// Runs a row kernel over the frame, each row to its place.
+// Runs a row kernel over the frame, or over one of random samples, in which no branch is foreseen; each row
+// to its place.
 struct frame_rows_t {
+    std::vector<uint16_t> random;
     std::vector<uint16_t> dist = std::vector<uint16_t>(N), table = std::vector<uint16_t>(3 * 12491 + 1),
                           phases = std::vector<uint16_t>(PHASE_TURN + 1);
     std::vector<uint32_t> amp = std::vector<uint32_t>(N);
     std::vector<float> planes = std::vector<float>(2 * N, 1);
     epc_dist_t d = {};
 
-    frame_rows_t()
+    explicit frame_rows_t(bool any)
     {
+        std::mt19937 rng(1);
+        random.resize(any ? 4 * N : 0);
+        for (uint16_t &sample : random)
+            sample = (uint16_t)(2 + rng() % 4092);
         d.base = PHASE_HALF;
         d.dmax = range_of(FREQ);
         d.after = {{12, 0.002f, 0.5f, 1}, 32768, 0, d.dmax};
@@ -107,7 +117,7 @@ struct frame_rows_t {
     }
     void run(void (*kernel)(const epc_row_t &, const epc_dist_t &))
     {
-        const uint16_t *raw = camera_t::get().raw.data();
+        const uint16_t *raw = random.empty() ? camera_t::get().raw.data() : random.data();
         for (uint32_t y = 0; y < H; y++) {
             const uint32_t at = y * W, out = epc_image_row(y, H) * W;
             kernel({{raw + at, raw + N + at, raw + 2 * N + at, raw + 3 * N + at},
@@ -124,10 +134,27 @@ struct frame_rows_t {
 
 void add_kernels()
 {
-    const auto rows = std::make_shared<frame_rows_t>();
+    const auto rows = std::make_shared<frame_rows_t>(false), any = std::make_shared<frame_rows_t>(true);
     bench_forms("epc/phase_4dcs", N, [rows] { rows->run(epc_dist_row); });
+    bench_forms("epc/phase_4dcs_random", N, [any] { any->run(epc_dist_row); });
     bench_forms("epc/phase_4dcs_global", N, [rows] { rows->run(epc_global_row); });
     bench_forms("epc/phase_4dcs_drnu", N, [rows] { rows->run(epc_drnu_row); });
+    const auto rule = std::make_shared<frame_rows_t>(false); // without tables
+    rule->d.after_table = {};
+    rule->d.phase_table = nullptr;
+    bench_row("epc/phase_4dcs_global/rule", N, [rule] { rule->run(epc_global_row_plain); });
+    bench_row("epc/phase_4dcs_drnu/rule", N, [rule] { rule->run(epc_drnu_row_plain); });
+#ifdef TQCAM_HAVE_OPENCV
+    // Distance and amplitude in f32, but for the row order, the exact phase and invalid pixels.
+    bench_row("epc/phase_4dcs/cv subtract, cartToPolar, convertTo", N, [mm = cv::Mat()]() mutable {
+        static cv::Mat i, q, amp, angle;
+        const auto plane = [](int k) { return cv::Mat(H, W, CV_16U, camera_t::get().raw.data() + k * N); };
+        cv::subtract(plane(0), plane(2), i, cv::noArray(), CV_32F);
+        cv::subtract(plane(1), plane(3), q, cv::noArray(), CV_32F);
+        cv::cartToPolar(i, q, amp, angle);
+        angle.convertTo(mm, CV_16U, 12491 / (2 * CV_PI));
+    });
+#endif
     bench_copy("epc/phase_4dcs", N, (size_t)N * 14 / 2); // 8 bytes in, 6 out
     bench_row("epc/row_sort/plain", N, [rows, to = std::vector<uint16_t>(N)]() mutable {
         epc_row_sort_u16_plain(to.data(), rows->dist.data(), W, H);

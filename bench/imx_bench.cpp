@@ -13,7 +13,7 @@ constexpr size_t N = 640 * 480;
 struct scene_t {
     ImxCamera cam;
     tqcam_frame_info_t info = {};
-    std::vector<uint8_t> raw;
+    std::vector<uint8_t> raw, random; // the latter has any I and Q, so that no branch is foreseen
     std::vector<uint16_t> image = std::vector<uint16_t>(N);
 
     // Each of a chip of its own: devices of the same chip would share the driver's row.
@@ -28,16 +28,20 @@ struct scene_t {
         sim_frame_t frame;
         source->next(source->self, &frame);
         raw.assign(frame.data.begin(), frame.data.end());
+        random = raw;
+        std::mt19937 rng(1);
+        std::generate(random.begin(), random.end(), [&] { return (uint8_t)rng(); });
         info.frame_format = static_cast<uint16_t>(frame.format);
         info.frame_size = static_cast<uint32_t>(raw.size());
         info.width = frame.width;
         info.height = frame.height;
         info.meta_size = frame.meta_size;
     }
-    void decode(int kind)
+    void decode(int kind) { decode(kind, raw); }
+    void decode(int kind, const std::vector<uint8_t> &frame)
     {
-        cam.ops()->frame_decode(cam.drv(), image.data(), 2 * N, kind, raw.data(),
-                                static_cast<uint32_t>(raw.size()), &info);
+        cam.ops()->frame_decode(cam.drv(), image.data(), 2 * N, kind, frame.data(),
+                                static_cast<uint32_t>(frame.size()), &info);
     }
     // Neutral planes, as after a mount.
     void calibrate()
@@ -91,6 +95,8 @@ const int registered = [] {
     for (const bool dual : {false, true}) {
         const std::string kind = dual ? "dual" : "single";
         bench_forms("imx/raw_distance_" + kind, N, [dual] { scene(dual).decode(DRV_KIND_RAW); });
+        bench_forms("imx/random_distance_" + kind, N,
+                    [dual] { scene(dual).decode(DRV_KIND_RAW, scene(dual).random); });
         bench_forms("imx/calibrated_" + kind, N, [dual] { calibrated(dual).decode(DRV_KIND_DIST); });
         bench_forms("imx/gray_" + kind, N, [dual] {
             scene(dual).cam.priv()->info_hash = FRAME_HASH_NONE;
