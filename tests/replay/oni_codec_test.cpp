@@ -2,7 +2,6 @@
 #include "replay/oni_codec.h"
 
 #include <gtest/gtest.h>
-#include <numeric>
 #include <random>
 #include <vector>
 
@@ -48,14 +47,12 @@ TEST(OniCodec, BytesMeanWhatTheFormatSays)
         {"pair of differences", {1, 0, 0x57}, ONI_CODEC_OK, {20, 30, 20}},
         {"half byte at the end", {1, 0, 0x4D}, ONI_CODEC_OK, {20, 40}},
         {"half byte and a short long form", {3, 0, 0x7F, 0xC2}, ONI_CODEC_OK, {40, 30, 10}},
-        {"no samples", {1, 0, 0xE0}, ONI_CODEC_OK, {20}},
         {"a run", {1, 0, 0xE2}, ONI_CODEC_OK, {20, 20, 20, 20, 20}},
         {"long form by index", {0, 0, 0xFF, 0, 3}, ONI_CODEC_OK, {10, 40}},
         {"first index outside", {4, 0}, ONI_CODEC_BAD_INPUT, {}},
         {"below the table", {0, 0, 0x7D}, ONI_CODEC_BAD_INPUT, {10}},
         {"above the table", {3, 0, 0x65}, ONI_CODEC_BAD_INPUT, {40, 40}},
         {"long form outside", {0, 0, 0xFF, 0x7F, 0xFF}, ONI_CODEC_BAD_INPUT, {10}},
-        {"long form cut", {0, 0, 0xFF}, ONI_CODEC_BAD_INPUT, {10}},
         {"long form cut after one byte", {0, 0, 0x6F, 0x00}, ONI_CODEC_BAD_INPUT, {10, 10}},
         {"first index cut", {1}, ONI_CODEC_BAD_INPUT, {}},
         {"run beyond the room", {0, 0, 0xFE}, ONI_CODEC_FULL, {10, 10, 10, 10, 10, 10, 10, 10}},
@@ -113,12 +110,4 @@ TEST(OniCodec, RoundTripsRandomAndExtremeImages)
     EXPECT_EQ(block, (Block{1, 0, 7, 0, 0, 0, 0xEF, 0xE4})); // 19 pairs, 15 in a run at most
     for (const Samples &in : {Samples{}, Samples{16}})       // nothing, or outside the table
         EXPECT_EQ(encode(in, 16, &block), ONI_CODEC_BAD_INPUT);
-    Samples ramp(65535);
-    std::iota(ramp.begin(), ramp.end(), 0);
-    ramp.push_back(0);
-    block.resize(400000);
-    EXPECT_EQ(encode(ramp, 65536, &block), ONI_CODEC_OK); // needs no long form
-    ramp.push_back(60000);                                // an index of 16 bits has none
-    block.resize(400000);
-    EXPECT_EQ(encode(ramp, 65536, &block), ONI_CODEC_BAD_INPUT);
 }

@@ -7,30 +7,19 @@
 #include <sys/mman.h>
 
 #include "replay/oni_bytes.h"
-#include "support/log_capture.h"
 #include "support/recording.h"
 #include "support/temp_dir.h"
 
 namespace {
 
 using Reader = std::unique_ptr<oni_reader_t, decltype(&oni_reader_close)>;
-using Seen = std::vector<std::string>;
 
-// Keeps "stream:key", of the integers only.
-void on_property(oni_reader_t *reader, int kind, const char *name, const void *, uint32_t, void *arg)
-{
-    const oni_istream_t *s = oni_reader_cur_stream(reader);
-    if (kind == ONI_PROP_INT)
-        static_cast<Seen *>(arg)->push_back((s ? s->name : "?") + std::string(":") + name);
-}
-
-Reader open_reader(const std::string &file, Seen *seen = nullptr)
+Reader open_reader(const std::string &file)
 {
     const int fd = memfd_create("a.oni", 0); // there are thousands of them
     EXPECT_EQ(write(fd, file.data(), file.size()), static_cast<ssize_t>(file.size()));
-    Reader r(
-        oni_reader_open(("/proc/self/fd/" + std::to_string(fd)).c_str(), seen ? on_property : nullptr, seen),
-        oni_reader_close);
+    Reader r(oni_reader_open(("/proc/self/fd/" + std::to_string(fd)).c_str(), nullptr, nullptr),
+             oni_reader_close);
     close(fd);
     return r;
 }
@@ -83,36 +72,6 @@ Result read_all(const std::string &file)
 
 } // namespace
 
-TEST(OniReader, DeliversFramesAndPropertiesInFileOrder)
-{
-    for (const uint32_t codec : {ONI_CODEC_NONE, ONI_CODEC_16ZT}) {
-        Seen seen;
-        const Reader r = open_reader(recording(3, codec), &seen);
-        ASSERT_TRUE(r);
-        // The head ends with the first frame's data begin record.
-        EXPECT_EQ(seen.front(), "Device:TQ_DEV_ID");
-        EXPECT_EQ(seen.back(), "S:AT");
-        const size_t head = seen.size();
-        oni_istream_t *s = &r->streams[1];
-        uint8_t buf[8] = {};
-        uint64_t ts;
-        uint32_t id;
-        for (uint32_t i = 1; i <= 3; i++) {
-            ASSERT_EQ(oni_istream_get_frame(s, buf, 8, &ts, &id), 8);
-            EXPECT_EQ(buf[7], i);
-            EXPECT_EQ(ts, i);
-            EXPECT_EQ(id, i);
-        }
-        EXPECT_EQ(seen.size(), head + 2);
-        EXPECT_EQ(oni_istream_get_frame(s, buf, 8, &ts, &id), 0);
-        // Too large for the buffer: cut, or not decoded. The next is whole again.
-        oni_reader_rewind(r.get());
-        EXPECT_EQ(oni_istream_get_frame(s, buf, 5, &ts, &id), codec == ONI_CODEC_NONE ? 5 : 0);
-        EXPECT_EQ(oni_istream_get_frame(s, buf, 8, &ts, &id), 8);
-        EXPECT_EQ(id, 2u);
-    }
-}
-
 TEST(OniReader, SeeksToTheSameFrameWithEveryCodec)
 {
     // Read through, the frames read add to the target.
@@ -133,8 +92,10 @@ TEST(OniReader, SeeksToTheSameFrameWithEveryCodec)
                 oni_istream_t *s = &r->streams[1];
                 uint8_t buf[8];
                 uint32_t id = 0;
-                oni_istream_get_frame(s, buf, 8, nullptr, &id);
-                oni_istream_get_frame(s, buf, 8, nullptr, &id);
+                // Too large for the buffer: cut, or not decoded. The next is whole again.
+                EXPECT_EQ(oni_istream_get_frame(s, buf, 5, nullptr, &id),
+                          codec == ONI_CODEC_NONE || !closed ? 5 : 0);
+                EXPECT_EQ(oni_istream_get_frame(s, buf, 8, nullptr, &id), 8);
                 EXPECT_EQ(oni_istream_seek_frame(s, c.offset, c.origin), closed ? c.result : c.unclosed);
                 EXPECT_EQ(oni_istream_get_frame(s, buf, 8, nullptr, &id), c.next_id ? 8 : 0);
                 EXPECT_EQ(c.next_id ? id : 0, c.next_id);
@@ -187,14 +148,11 @@ TEST(OniReader, EachDamageHasItsResult)
         const char *frames;
         int end;
     } cases[] = {
-        {"file magic", 0, 0, fails, 0},
         {"a node that is not there", 20, 3, fails, 0},
         {"too many nodes", 20, 9, fails, 0},
         {"record type 15", second + 4, 15, "1", -1},
-        {"frame of another node", second + 8, 1, "134", 0},
         {"frame of a node that can't be", second + 8, ~0u, "134", 0},
         {"property of a node that can't be", id_prop + 8, ~0u, "1234", 0},
-        {"fields size 0", second + 12, 0, "1", -1},
         {"fields size that wraps with the payload", second + 12, ~0u - 7, "1", -1},
         {"payload 1", second + 16, 1, "134", 0},
         {"payload beyond the file", second + 16, 100000, "1", -1},
@@ -203,7 +161,6 @@ TEST(OniReader, EachDamageHasItsResult)
         {"name cut before its NUL", id_prop + 28, 2, fails, 0},
         {"text past the record", text_prop + 28 + 4 + 11, 80, fails, 0},
         {"value size one less", info + 28 + 9, 7, "1", -1},
-        {"frame count beyond the table", node2_fields + 8, 5, "1234", 0},
         {"table at a frame", node2_fields + 28, static_cast<uint32_t>(second), "1234", 0},
         {"table at a negative place", node2_fields + 32, ~0u, "1234", 0},
         {"coded frames that are not", node2_fields + 4, ONI_CODEC_16ZT, "", 0},
@@ -222,22 +179,12 @@ TEST(OniReader, EachDamageHasItsResult)
         EXPECT_EQ(read_all(std::string(file).insert(second, garbage, 'N')).frames, due) << garbage;
 }
 
-TEST(OniReader, SeeksOverDamage)
+TEST(OniReader, SeekTableOfAnything)
 {
-    std::string bad = recording(4);
-    bad[oni_records(bad, 10)[1].pos + 4] = 99;
-    const Reader r = open_reader(bad);
+    const Reader r = open_reader(recording(4));
     uint8_t buf[8];
     uint32_t id;
     oni_istream_t *s = &r->streams[1];
-    EXPECT_EQ(oni_istream_get_frame(s, buf, 8, nullptr, &id), 8);
-    EXPECT_EQ(oni_istream_get_frame(s, buf, 8, nullptr, &id), -1);
-    EXPECT_EQ(oni_istream_seek_frame(s, 2, 0), -1); // the frame itself
-    EXPECT_EQ(oni_istream_seek_frame(s, 3, 0), 3);
-    EXPECT_EQ(oni_istream_get_frame(s, buf, 8, nullptr, &id), 8);
-    EXPECT_EQ(id, 4u);
-
-    // A table whose places are anything.
     for (uint8_t *entry = s->seek_table; entry < s->seek_table + 80; entry += 20)
         memset(entry + 12, 0xFF, 8);
     EXPECT_EQ(oni_istream_seek_frame(s, 3, 0), -1);
