@@ -2,42 +2,15 @@
 // map, notes the calls that reach it, and feeds what the test sends; the driver notes its events.
 #pragma once
 
-#include <algorithm>
 #include <atomic>
-#include <cstdarg>
-#include <cstdio>
-#include <cstring>
 #include <functional>
 #include <gtest/gtest.h>
 #include <mutex>
-#include <string>
-#include <vector>
+#include <sstream>
 
 #include "support/link_camera.h"
 
-// What happened, in order: "link.open", "drv.fps 30".
-class CallLog {
-  public:
-    void add(const std::string &call)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        calls_.push_back(call);
-    }
-    std::vector<std::string> take()
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return std::exchange(calls_, {});
-    }
-    bool has(const std::string &call)
-    {
-        std::lock_guard<std::mutex> lock(mutex_);
-        return std::find(calls_.begin(), calls_.end(), call) != calls_.end();
-    }
-
-  private:
-    std::mutex mutex_;
-    std::vector<std::string> calls_;
-};
+using calls_t = std::vector<std::string>;
 
 struct FakeCamera : camera_params_t {
     // What the link and the driver answer.
@@ -48,11 +21,10 @@ struct FakeCamera : camera_params_t {
     int need_data = 0;           // result of frame_need_data
     int calib_result = 0;        // of drv_calib_load
     int frames_on_start = 0;
-    bool info_ok = true;
     uint32_t meta_intg_us = 0;
     std::function<int(void *dst, uint32_t dst_size, int kind)> decode;
+    tqcam_drv_ops_t ops = drv_ops; // the driver's table, once open
 
-    CallLog calls;
     std::atomic<tqcam_ll_rx_cb_t> rx{nullptr}; // of the run; its argument is the handle
     tqcam_dev_t dev = {};
 
@@ -66,29 +38,49 @@ struct FakeCamera : camera_params_t {
     ~FakeCamera()
     {
         tqcam_dev_close(&dev);
-        if (row_)
-            row_->ops = row_ops_;
+        if (row)
+            row->ops = row_ops_;
         current = nullptr;
     }
     FakeCamera(const FakeCamera &) = delete;
     FakeCamera &operator=(const FakeCamera &) = delete;
 
-    // A handle that tqcam_dev_open will open through this link and, if its product is of an E1 camera, with
-    // this driver: the row of that chip works for the fake as long as it stands.
-    tqcam_dev_t *prepare()
+    // Opens the handle through this link and, if its product is of an E1 camera, with this driver: the row of
+    // that chip works for the fake as long as it stands.
+    tqcam_dev_t *open()
     {
+        tqcam_dev_t probe = {};
+        strcpy(probe.product, "XX-E1-YY");
+        tqcam_ll_dev_t ll = {};
+        ll.dev = &probe;
+        row = tqcam_drv_find(&ll);
+        row_ops_ = row->ops;
+        row->ops = &ops;
         dev.priv = new tqcam_dev_priv_t();
         dev.priv->ll.ops = &link_ops;
         dev.inited = dev.priv->ll.inited = 1;
-        return &dev;
+        return tqcam_dev_open(&dev);
     }
-    tqcam_dev_t *open()
+
+    // What happened, in order: "link.open", "drv.fps 30"; all since the last take().
+    template <class... T> static void note(const char *what, T... values)
     {
-        take_row();
-        return tqcam_dev_open(prepare());
+        std::ostringstream text;
+        text << what;
+        ((text << " " << values), ...);
+        std::lock_guard<std::mutex> lock(current->mutex_);
+        current->calls_.push_back(text.str());
     }
-    tqcam_dev_priv_t *priv() { return dev.priv; }
-    const tqcam_drv_t *row() const { return row_; }
+    calls_t take()
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return std::exchange(calls_, {});
+    }
+    bool has(const std::string &call)
+    {
+        std::lock_guard<std::mutex> lock(mutex_);
+        return std::find(calls_.begin(), calls_.end(), call) != calls_.end();
+    }
 
     // An event of the link's event thread.
     void event(int32_t code, const void *data = nullptr, uint32_t len = 0)
@@ -96,87 +88,64 @@ struct FakeCamera : camera_params_t {
         if (tqcam_ll_rx_cb_t cb = rx)
             cb(&dev.priv->ll, code, data, len, &dev);
     }
-    // Sends one whole frame of len bytes, all with the value of its index, as one packet.
-    void send_frame(uint16_t idx, uint32_t len = 64, uint16_t fmt = 2, uint32_t meta_len = 0)
+    // Sends a frame of len bytes, all with the value of its index, as one packet; the first part of it only
+    // if it is to be left incomplete.
+    void send_frame(uint16_t idx, uint32_t len = 64, uint32_t meta_len = 0, uint32_t part = ~0u)
     {
-        tq_stream_hdr_t hdr = {};
-        hdr.magic = TQ_STREAM_MAGIC;
-        hdr.stream_idx = packets_++;
-        hdr.len = len;
-        hdr.frame = {};
-        hdr.frame.frame_len = len;
-        hdr.frame.frame_idx = idx;
-        hdr.frame.frame_fmt = fmt;
-        hdr.frame.aux = meta_len;
-        hdr.flags0 = TQ_STREAM_BOUND;
-        hdr.flags1 = meta_len ? TQ_STREAM_META : 0;
+        const uint32_t n = std::min(len, part);
+        tq_stream_hdr_t hdr = {TQ_STREAM_MAGIC,
+                               packets_++,
+                               n,
+                               {len, idx, 2, 0, 0, 0, 0, 0, meta_len},
+                               TQ_STREAM_BOUND,
+                               uint8_t(meta_len ? TQ_STREAM_META : 0),
+                               0};
         hdr.hdr_hash = tq_stream_hash16(&hdr, 34, 0);
-        std::vector<uint8_t> packet(sizeof(hdr) + len, static_cast<uint8_t>(idx));
+        std::vector<uint8_t> packet(sizeof(hdr) + n, static_cast<uint8_t>(idx));
         memcpy(packet.data(), &hdr, sizeof(hdr));
         event(TQCAM_OK, packet.data(), static_cast<uint32_t>(packet.size()));
     }
 
+    tqcam_drv_t *row = nullptr;
     inline static FakeCamera *current; // the tables are plain functions: one fake at a time
     static const tqcam_ll_ops_t link_ops;
     static const tqcam_drv_ops_t drv_ops;
 
   private:
-    void take_row()
-    {
-        tqcam_dev_t probe = {};
-        strcpy(probe.product, "XX-E1-YY");
-        tqcam_ll_dev_t ll = {};
-        ll.dev = &probe;
-        row_ = tqcam_drv_find(&ll);
-        ASSERT_NE(row_, nullptr);
-        row_ops_ = row_->ops;
-        row_->ops = &drv_ops;
-    }
-
+    std::mutex mutex_;
+    calls_t calls_;
     uint16_t packets_ = 0;
-    tqcam_drv_t *row_ = nullptr;
     const tqcam_drv_ops_t *row_ops_ = nullptr;
 };
-
-inline void fake_note(const char *fmt, ...)
-{
-    char text[128];
-    va_list args;
-    va_start(args, fmt);
-    vsnprintf(text, sizeof(text), fmt, args);
-    va_end(args);
-    FakeCamera::current->calls.add(text);
-}
 
 inline const tqcam_ll_ops_t FakeCamera::link_ops = {
     .init = [] { return true; },
     .uninit = [] {},
     .set_debug = [](int) {},
     .dev_open = [](tqcam_ll_dev_t *ll) -> tqcam_ll_dev_t * {
-        FakeCamera *cam = current;
-        fake_note("link.open");
-        if (!cam->open_ok)
+        note("link.open");
+        if (!current->open_ok)
             return nullptr;
-        ll->priv = cam;
+        ll->priv = current;
         if (ll->address.if_type == TQCAM_IF_USB)
-            ll->address.usb.speed = cam->slow_rounds-- > 0 ? 2 : 3;
+            ll->address.usb.speed = current->slow_rounds-- > 0 ? 2 : 3;
         return ll;
     },
-    .dev_open_by_fd = [](tqcam_ll_dev_t *, int) -> tqcam_ll_dev_t * { return nullptr; },
+    .dev_open_by_fd = nullptr,
     .dev_close =
         [](tqcam_ll_dev_t *ll) {
-            fake_note("link.close");
+            note("link.close");
             ll->priv = nullptr;
         },
-    .dev_list = [](tqcam_ll_dev_t *, int) { return 0; },
-    .exe_cmd = [](tqcam_ll_dev_t *, uint8_t, uint8_t, uint16_t, void *, uint32_t, uint32_t) { return true; },
-    .tx_data = [](tqcam_ll_dev_t *, const void *, uint32_t) { return 0; },
-    .cap_abort = [](tqcam_ll_dev_t *) { fake_note("link.abort"); },
-    .cap_wait = [](tqcam_ll_dev_t *) { fake_note("link.wait"); },
+    .dev_list = nullptr,
+    .exe_cmd = nullptr,
+    .tx_data = nullptr,
+    .cap_abort = [](tqcam_ll_dev_t *) { note("link.abort"); },
+    .cap_wait = [](tqcam_ll_dev_t *) { note("link.wait"); },
     .cap_start =
         [](tqcam_ll_dev_t *, uint32_t mode, tqcam_ll_rx_cb_t cb, void *arg) {
             EXPECT_EQ(arg, &current->dev);
-            fake_note("link.start %u", mode);
+            note("link.start", mode);
             current->rx = cb;
             for (int i = 0; i < current->frames_on_start; i++)
                 current->send_frame(static_cast<uint16_t>(i));
@@ -184,37 +153,28 @@ inline const tqcam_ll_ops_t FakeCamera::link_ops = {
         },
     .cap_stop =
         [](tqcam_ll_dev_t *) {
-            fake_note("link.stop");
+            note("link.stop");
             return current->stop_ok;
         },
     .cap_seek = [](tqcam_ll_dev_t *, int offset, int origin) { return 10 * origin + offset; },
     .dev_reset =
         [](tqcam_ll_dev_t *ll, uint8_t target) {
-            fake_note("link.reset %u", target);
+            note("link.reset", int(target));
             if (target == 3 && !current->reset_reopens)
                 ll->priv = nullptr;
             return target != 3;
         },
-    .reg_write =
-        [](tqcam_ll_dev_t *, uint8_t type, uint32_t addr, const uint32_t *, uint16_t count) {
-            fake_note("link.reg_write %u %u %u", type, addr, count);
-            return true;
-        },
-    .reg_read =
-        [](tqcam_ll_dev_t *, uint8_t type, uint32_t addr, uint32_t *, uint16_t count) {
-            fake_note("link.reg_read %u %u %u", type, addr, count);
-            return true;
-        },
+    .reg_write = [](tqcam_ll_dev_t *, uint8_t, uint32_t, const uint32_t *, uint16_t) { return true; },
+    .reg_read = [](tqcam_ll_dev_t *, uint8_t, uint32_t, uint32_t *, uint16_t) { return true; },
     .param_set =
         [](tqcam_ll_dev_t *, const tqcam_ll_param_t *items, int count) {
-            fake_note("link.set %d", count);
-            for (int i = 0; i < count && current->set_ok; i++)
-                fake_note("link.set id %u len %u", items[i].id, items[i].len);
+            for (int i = 0; i < count; i++)
+                note("link.set", int(items[i].id), int(items[i].len));
             return current->set_ok;
         },
     .param_get =
         [](tqcam_ll_dev_t *, tqcam_ll_param_t *items, int count) {
-            fake_note("link.get %d", count);
+            note("link.get", count);
             for (int i = 0; i < count && current->get_ok; i++)
                 current->answer(&items[i]);
             return current->get_ok;
@@ -224,14 +184,14 @@ inline const tqcam_ll_ops_t FakeCamera::link_ops = {
 inline const tqcam_drv_ops_t FakeCamera::drv_ops = {
     .init =
         [](tqcam_drv_t *drv, tqcam_dev_t *dev) {
-            fake_note("drv.init");
+            note("drv.init");
             drv->dev = dev;
             return current->init_ok;
         },
-    .uninit = [](tqcam_drv_t *) { fake_note("drv.uninit"); },
+    .uninit = [](tqcam_drv_t *) { note("drv.uninit"); },
     .frame_get_info =
         [](tqcam_drv_t *, tqcam_frame_info_t *out, const tq_frame_hdr_t *hdr, const void *, uint32_t len) {
-            fake_note("drv.info %u of %u", len, hdr->frame_len);
+            note("drv.info", len);
             *out = {};
             out->frame_size = hdr->frame_len;
             out->frame_idx = hdr->frame_idx;
@@ -240,25 +200,24 @@ inline const tqcam_drv_ops_t FakeCamera::drv_ops = {
             out->height = 4;
             out->meta_size = hdr->aux;
             out->meta_intg_us = current->meta_intg_us;
-            return current->info_ok;
+            return true;
         },
     .frame_decode = [](tqcam_drv_t *, void *dst, uint32_t dst_size, int kind, const void *, uint32_t,
                        const tqcam_frame_info_t *) { return current->decode(dst, dst_size, kind); },
     .frame_need_data =
         [](tqcam_drv_t *, void *, uint32_t count, tqcam_frame_info_t *out) {
-            fake_note("drv.need %u", count);
+            note("drv.need", count);
             out->frame_idx = 777;
             return current->need_data;
         },
-    .frame_raw_proc = [](tqcam_drv_t *, void *, uint32_t count, const tqcam_frame_info_t *info) -> int {
-        fake_note("drv.raw %u x %u", count, info->frame_size);
+    .frame_raw_proc = [](tqcam_drv_t *, void *, uint32_t count, const tqcam_frame_info_t *) -> int {
+        note("drv.raw", count);
         return current->consume-- > 0 ? DRV_FRAME_CONSUMED : 0;
     },
     .lens_param_get = nullptr,
     .lens_rec_get = nullptr,
     .calib_freq_get =
         [](tqcam_drv_t *, uint32_t *freqs, uint32_t *count) {
-            fake_note("drv.freqs %u", *count);
             freqs[0] = 12000000;
             *count = 1;
             return 1;
@@ -266,18 +225,16 @@ inline const tqcam_drv_ops_t FakeCamera::drv_ops = {
     .use_case_list = [](tqcam_drv_t *, tqcam_use_case_t *, uint8_t) { return 0; },
     .use_case_set = nullptr,
     .use_case_get = nullptr,
-    .on_cap_state = [](tqcam_drv_t *, int started) { fake_note("drv.cap %d", started); },
-    .on_update_fps = [](tqcam_drv_t *, uint32_t fps) { fake_note("drv.fps %u", fps); },
-    .on_update_intg_time = [](tqcam_drv_t *, uint32_t us,
-                              int index) { fake_note("drv.intg %u %d", us, index); },
-    .on_update_fmt = [](tqcam_drv_t *, uint32_t fmt) { fake_note("drv.fmt %u", fmt); },
-    .on_update_mod_freq = [](tqcam_drv_t *, uint32_t f0, uint32_t f1,
-                             uint32_t zero) { fake_note("drv.freq %u %u %u", f0, f1, zero); },
-    .on_update_gray_div = [](tqcam_drv_t *, uint16_t value) { fake_note("drv.div %u", value); },
-    .on_update_roi = [](tqcam_drv_t *, const uint8_t *roi) { fake_note("drv.roi %u..%u", roi[0], roi[12]); },
+    .on_cap_state = [](tqcam_drv_t *, int started) { note("drv.cap", started); },
+    .on_update_fps = [](tqcam_drv_t *, uint32_t fps) { note("drv.fps", fps); },
+    .on_update_intg_time = [](tqcam_drv_t *, uint32_t us, int index) { note("drv.intg", us, index); },
+    .on_update_fmt = [](tqcam_drv_t *, uint32_t fmt) { note("drv.fmt", fmt); },
+    .on_update_mod_freq = [](tqcam_drv_t *, uint32_t f0, uint32_t f1, uint32_t) { note("drv.freq", f0, f1); },
+    .on_update_gray_div = [](tqcam_drv_t *, uint16_t value) { note("drv.div", value); },
+    .on_update_roi = [](tqcam_drv_t *, const uint8_t *roi) { note("drv.roi", int(roi[0]), int(roi[12])); },
     .drv_calib_load =
         [](tqcam_drv_t *, int a, int b, int c) {
-            fake_note("drv.calib %d %d %d", a, b, c);
+            note("drv.calib", a, b, c);
             return current->calib_result;
         },
     .reserved_a = nullptr,

@@ -1,0 +1,183 @@
+// Handles: opened, asked, set, closed, also while calls are under way.
+#include <thread>
+
+#include "fake_camera.h"
+#include "support/log_capture.h"
+
+namespace {
+struct Device : ::testing::Test {
+    // The driver's events for one parameter; empty also when the call failed.
+    calls_t set(uint32_t id, std::vector<uint8_t> bytes)
+    {
+        tqcam_param_item_t item = {id, static_cast<uint8_t>(bytes.size()), {}};
+        std::copy(bytes.begin(), bytes.end(), item.value);
+        cam.take();
+        if (!tqcam_param_batch_set(&cam.dev, &item, 1))
+            return {};
+        calls_t calls = cam.take();
+        calls.erase(calls.begin()); // the link's, which comes first
+        return calls;
+    }
+
+    LogCapture log;
+    FakeCamera cam;
+};
+} // namespace
+
+TEST_F(Device, IdentityAndOrder)
+{
+    tqcam_path_set("prefix-");
+    cam.set_text(TQCAM_PARAM_VENDOR, "18 bytes of vendor."); // without a NUL, one byte too long
+    cam.params[TQCAM_PARAM_CHIP_ID] = {0x80, 0, 6, 0, 7, 0}; // its sign fills the identity
+    cam.calib_result = -1;                                   // may be missing
+    ASSERT_EQ(cam.open(), &cam.dev);
+    EXPECT_EQ(cam.take(), (calls_t{"link.open", "link.get 7", "drv.init", "drv.calib 0 0 2"}));
+    tqcam_dev_info_t info;
+    ASSERT_EQ(tqcam_dev_get_info(&cam.dev, &info), &info);
+    EXPECT_STREQ(info.vendor, "18 bytes of vendor");
+    EXPECT_STREQ(info.product, "XX-E1-YY");
+    EXPECT_STREQ(info.serial, "000000010000000200000004");
+    EXPECT_EQ(info.dev_id, 0xFFFFFFFF80070006u);
+    EXPECT_EQ(info.dev_id32, 1u ^ (7u << 16 | 6u));
+    EXPECT_EQ(info.version.boot, 3);
+    EXPECT_EQ(info.max_w * 1000 + info.max_h, 320240);
+    EXPECT_EQ(info.max_intg_us, 1500);
+    EXPECT_STREQ(info.uri, "usb://000:000:000");
+    EXPECT_STREQ(info.path_prefix, "prefix-");
+    EXPECT_EQ(info.calib_freqs[0], 12000000u);
+    tqcam_path_set("");
+
+    tqcam_dev_close(&cam.dev); // a device that never captured is stopped all the same
+    EXPECT_EQ(cam.take(), (calls_t{"link.stop", "drv.cap 0", "link.close", "drv.uninit"}));
+    tqcam_dev_close(&cam.dev);
+    EXPECT_TRUE(cam.take().empty());
+}
+
+// Where an open ends, what is undone. The handle survives, closed.
+TEST_F(Device, OpenUnwinds)
+{
+    const struct {
+        const char *line;
+        void (*spoil)(FakeCamera &);
+        calls_t calls;
+    } cases[] = {
+        {"open device failed!", [](FakeCamera &c) { c.open_ok = false; }, {"link.open"}},
+        {"cannot get info",
+         [](FakeCamera &c) { c.get_ok = false; },
+         {"link.open", "link.get 7", "link.close"}},
+        {"cannot find driver for device: product=no-chip",
+         [](FakeCamera &c) { c.set_text(TQCAM_PARAM_PRODUCT, "no-chip"); },
+         {"link.open", "link.get 7", "link.close"}},
+        {"Driver init failed",
+         [](FakeCamera &c) { c.init_ok = false; },
+         {"link.open", "link.get 7", "drv.init", "link.close"}},
+        {"USB in low speed mode, reset usb",
+         [](FakeCamera &c) { c.slow_rounds = 9, c.reset_reopens = false; },
+         {"link.open", "link.reset 3", "link.close"}},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.line);
+        FakeCamera fresh;
+        c.spoil(fresh);
+        EXPECT_EQ(fresh.open(), nullptr);
+        EXPECT_TRUE(log.has(c.line));
+        EXPECT_EQ(fresh.take(), c.calls);
+        EXPECT_EQ(fresh.dev.priv, nullptr);
+        EXPECT_EQ(fresh.dev.api_lock, nullptr);
+        EXPECT_EQ(fresh.row->dev, nullptr);
+    }
+    FakeCamera slow;
+    slow.slow_rounds = 1; // is opened again
+    ASSERT_NE(slow.open(), nullptr);
+    EXPECT_EQ(slow.take(), (calls_t{"link.open", "link.reset 3", "link.close", "link.open", "link.get 7",
+                                    "drv.init", "drv.calib 0 0 2"}));
+    EXPECT_EQ(tqcam_dev_open(&slow.dev),
+              nullptr); // closed, then anew from its address, where there is no camera
+    EXPECT_EQ(slow.take(), (calls_t{"link.stop", "drv.cap 0", "link.close", "drv.uninit"}));
+}
+
+TEST_F(Device, CloseWaitsForCallsInFlight)
+{
+    ASSERT_NE(cam.open(), nullptr);
+    std::thread call([&] {
+        ApiGuard guard(&cam.dev);
+        while (cam.dev.priv->opened)
+            std::this_thread::yield();
+        EXPECT_FALSE(ApiGuard(&cam.dev)); // no call begins any more
+        std::this_thread::sleep_for(std::chrono::milliseconds(50));
+        EXPECT_FALSE(cam.has("link.close"));
+    });
+    while (dev_count_active(&cam.dev) == 0)
+        std::this_thread::yield();
+    tqcam_dev_close(&cam.dev);
+    call.join();
+    EXPECT_TRUE(cam.has("drv.uninit"));
+    EXPECT_FALSE(log.has("api wait timeout"));
+}
+
+// A callback that closes its own device would pull it out from under the call that it runs in.
+TEST_F(Device, ClosedFromInsideACallTheCallCloses)
+{
+    ASSERT_NE(cam.open(), nullptr);
+    dev_close_polls = 1;
+    {
+        ApiGuard outer(&cam.dev), inner(&cam.dev);
+        tqcam_dev_close(&cam.dev);
+        EXPECT_TRUE(log.has("[tqcam_dev_close] api wait timeout\n"));
+        EXPECT_NE(cam.dev.priv, nullptr);
+        EXPECT_FALSE(tqcam_cap_start(&cam.dev));
+        EXPECT_EQ(tqcam_dev_open(&cam.dev), nullptr);
+        tqcam_dev_close(&cam.dev);
+    }
+    EXPECT_EQ(cam.dev.priv, nullptr);
+    EXPECT_TRUE(cam.has("drv.uninit"));
+}
+
+TEST_F(Device, ParametersReachTheDriverOnceTheDeviceTookThem)
+{
+    ASSERT_NE(cam.open(), nullptr);
+    tqcam_dev_priv_t *p = cam.dev.priv;
+    const std::vector<uint8_t> two_words = {1, 0, 1, 0, 2, 0, 0, 0};
+    const struct {
+        uint32_t id;
+        std::vector<uint8_t> value;
+        calls_t events;
+        relaxed_t<uint32_t> *copy;
+        uint32_t stored;
+    } cases[] = {
+        {0, {9, 0, 0, 0}, {}, &p->dev_mode, 9},
+        {27, {1, 0, 0, 0, 2, 0, 0, 0}, {}, &p->cap_mode, 1},
+        {12, {30, 0, 0, 0}, {"drv.fps 30"}, &p->fps, 30},
+        {12, {0, 0, 0, 0}, {}, &p->fps, 30},
+        {13, {0xE8, 3, 9, 9}, {"drv.intg 1000 0"}, &p->intg_us, 1000},
+        {13, two_words, {"drv.intg 65537 0"}, &p->intg_us, 65537},
+        {16, {200, 0}, {"drv.intg 200 1"}, &p->intg2_us, 200},
+        {10, {14, 0, 0, 0}, {"drv.fmt 14"}, &p->frame_fmt, 14},
+        {1, {64, 0, 0, 0}, {"drv.freq 64 0"}, &p->dual_freq0, 64},
+        {20, {5, 1}, {"drv.div 261"}, &p->mod_freq, 64},
+        {21, two_words, {"drv.freq 65537 2"}, &p->dual_freq1, 2},
+        {21, two_words, {"drv.freq 65537 2"}, &p->mod_freq, 64}, // stays the single one
+        {9, {1, 0, 2, 0, 3, 0, 4, 0, 5, 0, 0, 0, 6}, {"drv.roi 1 6"}, &p->mod_freq, 64},
+        {200, {1}, {}, &p->mod_freq, 64},
+    };
+    for (const auto &c : cases) {
+        EXPECT_EQ(set(c.id, c.value), c.events) << c.id;
+        EXPECT_EQ(*c.copy, c.stored) << c.id;
+    }
+    cam.set_ok = false;
+    EXPECT_TRUE(set(12, {50, 0, 0, 0}).empty());
+    EXPECT_EQ(p->fps, 30u); // the device goes first
+
+    tqcam_param_item_t items[] = {{TQCAM_PARAM_CHIP_ID, 0, {}}, {99, 1, {9}}};
+    EXPECT_TRUE(tqcam_param_batch_get(&cam.dev, items, 2));
+    EXPECT_EQ(items[0].value[2], 6);
+    EXPECT_EQ(items[1].param_len, 0);
+    cam.take();
+    uint32_t word = 0;
+    EXPECT_FALSE(tqcam_param_batch_set(&cam.dev, nullptr, 1));
+    EXPECT_FALSE(tqcam_param_batch_set(&cam.dev, items, -1));
+    EXPECT_FALSE(tqcam_param_batch_get(&cam.dev, items, INT32_MIN));
+    EXPECT_FALSE(tqcam_reg_batch_read(&cam.dev, 1, 0, &word, -1)); // would be 65535 words
+    EXPECT_FALSE(tqcam_dev_reset(&cam.dev, 9));
+    EXPECT_TRUE(cam.take().empty());
+}
