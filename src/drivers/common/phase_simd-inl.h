@@ -25,19 +25,18 @@ template <class DF, class VF> HWY_INLINE auto AtanEntry(DF df, VF k)
 {
     namespace hn = hwy::HWY_NAMESPACE;
     const hn::RebindToUnsigned<DF> du;
-    const auto u = hn::Mul(k, hn::Set(df, 1.0f / 4095.0f));
+    const auto u = hn::Mul(k, hn::Set(df, 1.0f / 4096));
     const auto s = hn::Mul(u, u);
-    auto p = hn::Set(df, 0x1.4bb37ap+4f);
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.6f64c2p+6f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.8b8326p+7f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.2fb714p+8f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.a5220ap+8f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.3582cep+9f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.17cbep+10f));
-    const auto r = hn::Add(u, hn::Mul(hn::Mul(u, hn::Sub(hn::Set(df, 1.0f), s)), p));
-    // From 2^23 on floats are whole numbers: the sum is k plus the nearest to r, and stands in its lower
-    // bits.
-    return hn::BitCast(du, hn::Add(hn::Add(k, hn::Set(df, 0x1.8p+23f)), r));
+    auto p = hn::Set(df, 0x1.71ea9p+5f);
+    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.9bb848p+7f));
+    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.c09254p+8f));
+    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.61d8e8p+9f));
+    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.038c08p+10f));
+    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.b2ce78p+10f));
+    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.181d04p+10f));
+    // What the entry has beyond k is the nearest to u p. From 2^23 on floats are whole numbers: the sum is
+    // the entry, which stands in its lower bits.
+    return hn::BitCast(du, hn::Add(hn::Add(k, hn::Set(df, 0x1.8p+23f)), hn::Mul(u, p)));
 }
 
 // The quotient of an octant and its table entry; both operands are positive.
@@ -76,7 +75,7 @@ template <class DS, class VS> HWY_INLINE VS PhaseAngles(DS ds, VS i, VS q)
     const auto even = OctantEntry(du, hn::And(q2, low), hn::And(i2, low));
     const auto odd = OctantEntry(du, hn::ShiftRight<16>(q2), hn::ShiftRight<16>(i2));
     // On an axis without light entries may be anything.
-    const auto entry = hn::Or(hn::And(even, low), hn::ShiftLeft<16>(odd));
+    const auto entry = hn::OddEven(hn::BitCast(ds, hn::ShiftLeft<16>(odd)), hn::BitCast(ds, even));
     return hn::IfThenElse(on_axis, axis, hn::Add(oct, hn::BitCast(ds, entry)));
 }
 
