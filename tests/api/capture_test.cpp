@@ -20,7 +20,7 @@ struct Capture : ::testing::Test {
     void start()
     {
         EXPECT_TRUE(tqcam_cap_start(&cam.dev));
-        cam.take();
+        calls = cam.take();
     }
     int get(uint32_t n = 1, uint32_t len = 256)
     {
@@ -31,6 +31,7 @@ struct Capture : ::testing::Test {
 
     LogCapture log;
     FakeCamera cam;
+    calls_t calls; // of the start
     tqcam_frame_t first = {};
     uint16_t &idx = first.frame_info.frame_idx;
     uint8_t buf[256] = {};
@@ -41,15 +42,15 @@ std::vector<int> heard; // by a callback
 
 TEST_F(Capture, StartReadsBackAndTellsTheDriver)
 {
-    EXPECT_TRUE(tqcam_cap_start(&cam.dev)); // the first start sends a stop
-    EXPECT_EQ(cam.take(), (calls_t{"link.stop", "drv.cap 0", "link.get 6", "drv.intg 100 1", "drv.freq 12 0",
-                                   "link.start 0", "drv.cap 1"}));
+    start(); // the first start sends a stop
+    EXPECT_EQ(calls, (calls_t{"link.stop", "drv.cap 0", "link.get 6", "drv.intg 100 1", "drv.freq 12 0",
+                              "link.start 0", "drv.cap 1"}));
     EXPECT_EQ(cam.dev.priv->frame_fmt, 2u);
     cam.set_words(TQCAM_PARAM_FORMAT, {14});
     cam.params[TQCAM_PARAM_INTG1] = {1, 0, 1, 0, 0, 0, 0, 0};
-    EXPECT_TRUE(tqcam_cap_start(&cam.dev)); // a running one is stopped first
-    EXPECT_EQ(cam.take(), (calls_t{"link.stop", "drv.cap 0", "link.get 6", "drv.intg 65537 0",
-                                   "drv.freq 60 50", "link.start 0", "drv.cap 1"}));
+    start(); // a running one is stopped first
+    EXPECT_EQ(calls, (calls_t{"link.stop", "drv.cap 0", "link.get 6", "drv.intg 65537 0", "drv.freq 60 50",
+                              "link.start 0", "drv.cap 1"}));
     cam.stop_ok = false;
     EXPECT_FALSE(tqcam_cap_stop(&cam.dev));
     EXPECT_EQ(cam.dev.priv->cap_state, CAP_STATE_RUNNING);
@@ -59,12 +60,9 @@ TEST_F(Capture, StartReadsBackAndTellsTheDriver)
     EXPECT_FALSE(tqcam_cap_start(&cam.dev));
     EXPECT_EQ(cam.dev.priv->cap_state, CAP_STATE_IDLE);
     cam.start_ok = true;
-    cam.event(0, "late", 4); // of the run that was stopped
-    cam.send_frame(3);
+    cam.send_frame(3); // late, of the run that was stopped
     start();
     EXPECT_EQ(poll(), 0);
-    cam.dev.priv->ll.priv = nullptr; // the link went away
-    EXPECT_FALSE(tqcam_cap_start(&cam.dev));
 }
 
 // How faults of the link end a run: n times a code, with data in between or not.
@@ -88,7 +86,6 @@ TEST_F(Capture, FaultsOfTheLink)
                 cam.event(0, "junk", 4);
         }
         EXPECT_EQ(tqcam_cap_is_ongoing(&cam.dev), c.alive);
-        EXPECT_EQ(cam.dev.priv->cap_state, CAP_STATE_RUNNING); // until it is stopped
         EXPECT_EQ(cam.dev.priv->cap_err, c.pending);
         EXPECT_EQ(cam.take(), c.alive ? calls_t{} : calls_t{"link.abort"});
         EXPECT_TRUE(tqcam_cap_stop(&cam.dev));
@@ -140,13 +137,11 @@ TEST_F(Capture, FrameCallback)
     EXPECT_EQ(tqcam_cap_get_frames(&cam.dev, 1, nullptr, 0, &first), 1);
     EXPECT_EQ(heard, (std::vector<int>{7, 64, 7, 7, 8, 0x400010, 8, 8}));
     EXPECT_EQ(idx, 7);
-    EXPECT_EQ(first.frame_data, nullptr);
     tqcam_cap_set_callback_on_frame_ready(&cam.dev, nullptr);
     cam.ops.frame_get_info = [](auto...) { return false; };
     cam.send_frame(9);
     EXPECT_EQ(poll(), 1); // not dropped for that
     EXPECT_EQ(first.frame_info.frame_size, 0u);
-    EXPECT_EQ(heard.size(), 8u);
 }
 
 TEST_F(Capture, Configuration)
@@ -158,25 +153,19 @@ TEST_F(Capture, Configuration)
     };
     char name[] = "a.oni";
     tqcam_cap_cfg_t c = cfg();
-    EXPECT_EQ(c.cache_frames_cnt, 10u);
     c.save_file = name;
     c.cache_frames_cnt = 3;
     EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c));
     name[0] = 'x';
     c = cfg();
-    EXPECT_STREQ(c.save_file, "a.oni"); // a copy of its own
-    c.file_loop = 1;
-    EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c)); // also from its own pointer
-    EXPECT_STREQ(cfg().save_file, "a.oni");
+    EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c)); // from its own pointer
+    EXPECT_STREQ(cfg().save_file, "a.oni");          // a copy of its own
     start();
-    c = cfg();
-    c.cache_frames_cnt = 20;
-    c.file_loop = 0;
+    c.save_file = nullptr;
+    c.cache_frames_cnt = 1;
     EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c));
     EXPECT_EQ(cfg().cache_frames_cnt, 3u); // not during capturing
-    EXPECT_EQ(cfg().file_loop, 0);
     tqcam_cap_stop(&cam.dev);
-    c.cache_frames_cnt = 1;
     EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c));
     EXPECT_FALSE(tqcam_cap_start(&cam.dev)); // too few
 }
@@ -189,8 +178,6 @@ TEST_F(Capture, RetrievesWhatComesInTime)
     const auto begin = std::chrono::steady_clock::now();
     EXPECT_EQ(get(2), 1);
     EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::milliseconds(2190));
-    EXPECT_TRUE(tqcam_cap_is_ongoing(&cam.dev));
-    cam.take();
     std::thread camera([&] { // frames that come one by one lie behind each other
         for (uint16_t i = 1; i <= 3; i++) {
             cam.send_frame(i);
@@ -206,7 +193,6 @@ TEST_F(Capture, RetrievesWhatComesInTime)
         cam.send_frame(9);
         cam.take();
         EXPECT_EQ(get(1, len), 1);
-        EXPECT_EQ(first.frame_info.frame_size, 64u); // the information is right
         EXPECT_EQ(std::count(buf, buf + sizeof(buf), 9), len);
         EXPECT_FALSE(cam.has("drv.raw 1")); // not shown the frame
     }
@@ -243,9 +229,6 @@ TEST_F(Capture, DriversTurn)
     cam.send_frame(3);
     EXPECT_EQ(get(1, 63), 1); // it would write a frame as large as the largest that it has seen
     EXPECT_FALSE(cam.has("drv.need 1"));
-    cam.need_data = -4;
-    cam.send_frame(4);
-    EXPECT_EQ(get(), -4);
     cam.need_data = 0;
     const uint32_t cases[][3] = {{16, 300, 300}, {16, 0, 300}, {0, 500, 300}, {16, 500, 500}};
     for (const auto &[meta_len, reported, stored] : cases) { // the integration time that the camera tells
@@ -256,7 +239,7 @@ TEST_F(Capture, DriversTurn)
     }
 }
 
-TEST_F(Capture, Snapshot)
+TEST_F(Capture, SnapshotStartsACaptureOfItsOwn)
 {
     std::thread camera([&] {
         while (!cam.has("link.start 0"))
@@ -268,12 +251,4 @@ TEST_F(Capture, Snapshot)
     camera.join();
     EXPECT_EQ(idx, 7);
     EXPECT_EQ(cam.dev.priv->cap_state, CAP_STATE_IDLE);
-    start();
-    cam.send_frame(8);
-    EXPECT_TRUE(tqcam_cap_snapshot(&cam.dev, buf, sizeof(buf), &first));
-    EXPECT_EQ(idx, 8);
-    EXPECT_TRUE(tqcam_cap_is_ongoing(&cam.dev));
-    cam.dev.priv->ll.address.if_type = TQCAM_IF_FILE;
-    EXPECT_EQ(tqcam_cap_seek_frame(&cam.dev, 1, 2), 21);
-    cam.dev.priv->ll.address.if_type = TQCAM_IF_USB;
 }

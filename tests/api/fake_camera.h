@@ -15,12 +15,10 @@ using calls_t = std::vector<std::string>;
 struct FakeCamera : camera_params_t {
     // What the link and the driver answer.
     bool open_ok = true, start_ok = true, stop_ok = true, get_ok = true, set_ok = true, init_ok = true;
-    int slow_rounds = 0;         // so often the camera comes up at low speed
-    bool reset_reopens = true;   // a reset leaves the link open
-    std::atomic<int> consume{0}; // so many frames are the driver's own (0xDCBA)
-    int need_data = 0;           // result of frame_need_data
-    int calib_result = 0;        // of drv_calib_load
-    int frames_on_start = 0;
+    bool reset_reopens = true;                // a reset leaves the link open
+    std::atomic<int> consume{0};              // so many frames are the driver's own (0xDCBA)
+    int need_data = 0, calib_result = 0;      // results of frame_need_data and drv_calib_load
+    int frames_on_start = 0, slow_rounds = 0; // so often the camera comes up at low speed
     uint32_t meta_intg_us = 0;
     std::function<int(void *dst, uint32_t dst_size, int kind)> decode;
     tqcam_drv_ops_t ops = drv_ops; // the driver's table, once open
@@ -42,8 +40,6 @@ struct FakeCamera : camera_params_t {
             row->ops = row_ops_;
         current = nullptr;
     }
-    FakeCamera(const FakeCamera &) = delete;
-    FakeCamera &operator=(const FakeCamera &) = delete;
 
     // Opens the handle through this link and, if its product is of an E1 camera, with this driver: the row of
     // that chip works for the fake as long as it stands.
@@ -118,11 +114,9 @@ struct FakeCamera : camera_params_t {
     const tqcam_drv_ops_t *row_ops_ = nullptr;
 };
 
-inline const tqcam_ll_ops_t FakeCamera::link_ops = {
-    .init = [] { return true; },
-    .uninit = [] {},
-    .set_debug = [](int) {},
-    .dev_open = [](tqcam_ll_dev_t *ll) -> tqcam_ll_dev_t * {
+inline const tqcam_ll_ops_t FakeCamera::link_ops = [] {
+    tqcam_ll_ops_t t = {};
+    t.dev_open = [](tqcam_ll_dev_t *ll) -> tqcam_ll_dev_t * {
         note("link.open");
         if (!current->open_ok)
             return nullptr;
@@ -130,115 +124,97 @@ inline const tqcam_ll_ops_t FakeCamera::link_ops = {
         if (ll->address.if_type == TQCAM_IF_USB)
             ll->address.usb.speed = current->slow_rounds-- > 0 ? 2 : 3;
         return ll;
-    },
-    .dev_open_by_fd = nullptr,
-    .dev_close =
-        [](tqcam_ll_dev_t *ll) {
-            note("link.close");
+    };
+    t.dev_close = [](tqcam_ll_dev_t *ll) {
+        note("link.close");
+        ll->priv = nullptr;
+    };
+    t.cap_abort = [](tqcam_ll_dev_t *) { note("link.abort"); };
+    t.cap_wait = [](tqcam_ll_dev_t *) { note("link.wait"); };
+    t.cap_start = [](tqcam_ll_dev_t *, uint32_t mode, tqcam_ll_rx_cb_t cb, void *arg) {
+        EXPECT_EQ(arg, &current->dev);
+        note("link.start", mode);
+        current->rx = cb;
+        for (int i = 0; i < current->frames_on_start; i++)
+            current->send_frame(static_cast<uint16_t>(i));
+        return current->start_ok;
+    };
+    t.cap_stop = [](tqcam_ll_dev_t *) {
+        note("link.stop");
+        return current->stop_ok;
+    };
+    t.cap_seek = [](tqcam_ll_dev_t *, int offset, int origin) { return 10 * origin + offset; };
+    t.dev_reset = [](tqcam_ll_dev_t *ll, uint8_t target) {
+        note("link.reset", int(target));
+        if (target == 3 && !current->reset_reopens)
             ll->priv = nullptr;
-        },
-    .dev_list = nullptr,
-    .exe_cmd = nullptr,
-    .tx_data = nullptr,
-    .cap_abort = [](tqcam_ll_dev_t *) { note("link.abort"); },
-    .cap_wait = [](tqcam_ll_dev_t *) { note("link.wait"); },
-    .cap_start =
-        [](tqcam_ll_dev_t *, uint32_t mode, tqcam_ll_rx_cb_t cb, void *arg) {
-            EXPECT_EQ(arg, &current->dev);
-            note("link.start", mode);
-            current->rx = cb;
-            for (int i = 0; i < current->frames_on_start; i++)
-                current->send_frame(static_cast<uint16_t>(i));
-            return current->start_ok;
-        },
-    .cap_stop =
-        [](tqcam_ll_dev_t *) {
-            note("link.stop");
-            return current->stop_ok;
-        },
-    .cap_seek = [](tqcam_ll_dev_t *, int offset, int origin) { return 10 * origin + offset; },
-    .dev_reset =
-        [](tqcam_ll_dev_t *ll, uint8_t target) {
-            note("link.reset", int(target));
-            if (target == 3 && !current->reset_reopens)
-                ll->priv = nullptr;
-            return target != 3;
-        },
-    .reg_write = [](tqcam_ll_dev_t *, uint8_t, uint32_t, const uint32_t *, uint16_t) { return true; },
-    .reg_read = [](tqcam_ll_dev_t *, uint8_t, uint32_t, uint32_t *, uint16_t) { return true; },
-    .param_set =
-        [](tqcam_ll_dev_t *, const tqcam_ll_param_t *items, int count) {
-            for (int i = 0; i < count; i++)
-                note("link.set", int(items[i].id), int(items[i].len));
-            return current->set_ok;
-        },
-    .param_get =
-        [](tqcam_ll_dev_t *, tqcam_ll_param_t *items, int count) {
-            note("link.get", count);
-            for (int i = 0; i < count && current->get_ok; i++)
-                current->answer(&items[i]);
-            return current->get_ok;
-        },
-};
+        return target != 3;
+    };
+    t.reg_write = [](tqcam_ll_dev_t *, uint8_t, uint32_t, const uint32_t *, uint16_t) { return true; };
+    t.reg_read = [](tqcam_ll_dev_t *, uint8_t, uint32_t, uint32_t *, uint16_t) { return true; };
+    t.param_set = [](tqcam_ll_dev_t *, const tqcam_ll_param_t *items, int count) {
+        for (int i = 0; i < count; i++)
+            note("link.set", int(items[i].id), int(items[i].len));
+        return current->set_ok;
+    };
+    t.param_get = [](tqcam_ll_dev_t *, tqcam_ll_param_t *items, int count) {
+        note("link.get", count);
+        for (int i = 0; i < count && current->get_ok; i++)
+            current->answer(&items[i]);
+        return current->get_ok;
+    };
+    return t;
+}();
 
-inline const tqcam_drv_ops_t FakeCamera::drv_ops = {
-    .init =
-        [](tqcam_drv_t *drv, tqcam_dev_t *dev) {
-            note("drv.init");
-            drv->dev = dev;
-            return current->init_ok;
-        },
-    .uninit = [](tqcam_drv_t *) { note("drv.uninit"); },
-    .frame_get_info =
-        [](tqcam_drv_t *, tqcam_frame_info_t *out, const tq_frame_hdr_t *hdr, const void *, uint32_t len) {
-            note("drv.info", len);
-            *out = {};
-            out->frame_size = hdr->frame_len;
-            out->frame_idx = hdr->frame_idx;
-            out->frame_format = hdr->frame_fmt;
-            out->width = 8;
-            out->height = 4;
-            out->meta_size = hdr->aux;
-            out->meta_intg_us = current->meta_intg_us;
-            return true;
-        },
-    .frame_decode = [](tqcam_drv_t *, void *dst, uint32_t dst_size, int kind, const void *, uint32_t,
-                       const tqcam_frame_info_t *) { return current->decode(dst, dst_size, kind); },
-    .frame_need_data =
-        [](tqcam_drv_t *, void *, uint32_t count, tqcam_frame_info_t *out) {
-            note("drv.need", count);
-            out->frame_idx = 777;
-            return current->need_data;
-        },
-    .frame_raw_proc = [](tqcam_drv_t *, void *, uint32_t count, const tqcam_frame_info_t *) -> int {
+inline const tqcam_drv_ops_t FakeCamera::drv_ops = [] {
+    tqcam_drv_ops_t t = {};
+    t.init = [](tqcam_drv_t *drv, tqcam_dev_t *dev) {
+        note("drv.init");
+        drv->dev = dev;
+        return current->init_ok;
+    };
+    t.uninit = [](tqcam_drv_t *) { note("drv.uninit"); };
+    t.frame_get_info = [](tqcam_drv_t *, tqcam_frame_info_t *out, const tq_frame_hdr_t *hdr, const void *,
+                          uint32_t len) {
+        note("drv.info", len);
+        *out = {};
+        out->frame_size = hdr->frame_len;
+        out->frame_idx = hdr->frame_idx;
+        out->frame_format = hdr->frame_fmt;
+        out->width = 8;
+        out->height = 4;
+        out->meta_size = hdr->aux;
+        out->meta_intg_us = current->meta_intg_us;
+        return true;
+    };
+    t.frame_decode = [](tqcam_drv_t *, void *dst, uint32_t dst_size, int kind, const void *, uint32_t,
+                        const tqcam_frame_info_t *) { return current->decode(dst, dst_size, kind); };
+    t.frame_need_data = [](tqcam_drv_t *, void *, uint32_t count, tqcam_frame_info_t *out) {
+        note("drv.need", count);
+        out->frame_idx = 777;
+        return current->need_data;
+    };
+    t.frame_raw_proc = [](tqcam_drv_t *, void *, uint32_t count, const tqcam_frame_info_t *) -> int {
         note("drv.raw", count);
         return current->consume-- > 0 ? DRV_FRAME_CONSUMED : 0;
-    },
-    .lens_param_get = nullptr,
-    .lens_rec_get = nullptr,
-    .calib_freq_get =
-        [](tqcam_drv_t *, uint32_t *freqs, uint32_t *count) {
-            freqs[0] = 12000000;
-            *count = 1;
-            return 1;
-        },
-    .use_case_list = [](tqcam_drv_t *, tqcam_use_case_t *, uint8_t) { return 0; },
-    .use_case_set = nullptr,
-    .use_case_get = nullptr,
-    .on_cap_state = [](tqcam_drv_t *, int started) { note("drv.cap", started); },
-    .on_update_fps = [](tqcam_drv_t *, uint32_t fps) { note("drv.fps", fps); },
-    .on_update_intg_time = [](tqcam_drv_t *, uint32_t us, int index) { note("drv.intg", us, index); },
-    .on_update_fmt = [](tqcam_drv_t *, uint32_t fmt) { note("drv.fmt", fmt); },
-    .on_update_mod_freq = [](tqcam_drv_t *, uint32_t f0, uint32_t f1, uint32_t) { note("drv.freq", f0, f1); },
-    .on_update_gray_div = [](tqcam_drv_t *, uint16_t value) { note("drv.div", value); },
-    .on_update_roi = [](tqcam_drv_t *, const uint8_t *roi) { note("drv.roi", int(roi[0]), int(roi[12])); },
-    .drv_calib_load =
-        [](tqcam_drv_t *, int a, int b, int c) {
-            note("drv.calib", a, b, c);
-            return current->calib_result;
-        },
-    .reserved_a = nullptr,
-    .reserved_b = nullptr,
-    .filter_enable = [](tqcam_drv_t *, uint32_t, const tqcam_filter_arg_t *) { return true; },
-    .filter_disable = [](tqcam_drv_t *, uint32_t) { return true; },
-};
+    };
+    t.calib_freq_get = [](tqcam_drv_t *, uint32_t *freqs, uint32_t *count) {
+        freqs[0] = 12000000;
+        *count = 1;
+        return 1;
+    };
+    t.use_case_list = [](tqcam_drv_t *, tqcam_use_case_t *, uint8_t) { return 0; };
+    t.on_cap_state = [](tqcam_drv_t *, int started) { note("drv.cap", started); };
+    t.on_update_fps = [](tqcam_drv_t *, uint32_t fps) { note("drv.fps", fps); };
+    t.on_update_intg_time = [](tqcam_drv_t *, uint32_t us, int index) { note("drv.intg", us, index); };
+    t.on_update_fmt = [](tqcam_drv_t *, uint32_t fmt) { note("drv.fmt", fmt); };
+    t.on_update_mod_freq = [](tqcam_drv_t *, uint32_t f, uint32_t f1, uint32_t) { note("drv.freq", f, f1); };
+    t.on_update_gray_div = [](tqcam_drv_t *, uint16_t value) { note("drv.div", value); };
+    t.on_update_roi = [](tqcam_drv_t *, const uint8_t *roi) { note("drv.roi", int(roi[0]), int(roi[12])); };
+    t.drv_calib_load = [](tqcam_drv_t *, int a, int b, int c) {
+        note("drv.calib", a, b, c);
+        return current->calib_result;
+    };
+    t.filter_enable = [](tqcam_drv_t *, uint32_t, const tqcam_filter_arg_t *) { return true; };
+    return t;
+}();
