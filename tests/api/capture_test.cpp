@@ -144,30 +144,21 @@ TEST_F(Capture, FrameCallback)
     EXPECT_EQ(first.frame_info.frame_size, 0u);
 }
 
-TEST_F(Capture, Configuration)
+TEST_F(Capture, ConfigurationIsACopyOfItsOwn)
 {
-    const auto cfg = [&] {
-        tqcam_cap_cfg_t out = {};
-        tqcam_cap_config_get(&cam.dev, &out);
-        return out;
-    };
     char name[] = "a.oni";
-    tqcam_cap_cfg_t c = cfg();
+    tqcam_cap_cfg_t c = {};
     c.save_file = name;
     c.cache_frames_cnt = 3;
     EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c));
     name[0] = 'x';
-    c = cfg();
-    EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c)); // from its own pointer
-    EXPECT_STREQ(cfg().save_file, "a.oni");          // a copy of its own
     start();
-    c.save_file = nullptr;
-    c.cache_frames_cnt = 1;
-    EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c));
-    EXPECT_EQ(cfg().cache_frames_cnt, 3u); // not during capturing
-    tqcam_cap_stop(&cam.dev);
-    EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c));
-    EXPECT_FALSE(tqcam_cap_start(&cam.dev)); // too few
+    tqcam_cap_config_get(&cam.dev, &c);
+    c.cache_frames_cnt = 20;                         // not during capturing
+    EXPECT_TRUE(tqcam_cap_config_set(&cam.dev, &c)); // from its own pointer
+    tqcam_cap_config_get(&cam.dev, &c);
+    EXPECT_STREQ(c.save_file, "a.oni");
+    EXPECT_EQ(c.cache_frames_cnt, 3u);
 }
 
 TEST_F(Capture, RetrievesWhatComesInTime)
@@ -237,18 +228,4 @@ TEST_F(Capture, DriversTurn)
         EXPECT_EQ(get(), 1);
         EXPECT_EQ(cam.dev.priv->intg_us, stored);
     }
-}
-
-TEST_F(Capture, SnapshotStartsACaptureOfItsOwn)
-{
-    std::thread camera([&] {
-        while (!cam.has("link.start 0"))
-            std::this_thread::yield();
-        std::this_thread::sleep_for(std::chrono::milliseconds(20));
-        cam.send_frame(7);
-    });
-    EXPECT_TRUE(tqcam_cap_snapshot(&cam.dev, buf, sizeof(buf), &first));
-    camera.join();
-    EXPECT_EQ(idx, 7);
-    EXPECT_EQ(cam.dev.priv->cap_state, CAP_STATE_IDLE);
 }

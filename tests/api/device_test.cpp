@@ -45,34 +45,23 @@ TEST_F(Device, Identity)
 TEST_F(Device, OpenUnwinds)
 {
     const struct {
-        const char *line;
         void (*spoil)(FakeCamera &);
         calls_t calls;
     } cases[] = {
-        {"open device failed!", [](FakeCamera &c) { c.open_ok = false; }, {"link.open"}},
-        {"cannot get info",
-         [](FakeCamera &c) { c.get_ok = false; },
+        {[](FakeCamera &c) { c.open_ok = false; }, {"link.open"}},
+        {[](FakeCamera &c) { c.get_ok = false; }, {"link.open", "link.get 7", "link.close"}},
+        {[](FakeCamera &c) { c.set_text(TQCAM_PARAM_PRODUCT, "none"); },
          {"link.open", "link.get 7", "link.close"}},
-        {"cannot find driver for device: product=no-chip",
-         [](FakeCamera &c) { c.set_text(TQCAM_PARAM_PRODUCT, "no-chip"); },
-         {"link.open", "link.get 7", "link.close"}},
-        {"Driver init failed",
-         [](FakeCamera &c) { c.init_ok = false; },
-         {"link.open", "link.get 7", "drv.init", "link.close"}},
-        {"USB in low speed mode, reset usb",
-         [](FakeCamera &c) { c.slow_rounds = 9, c.reset_reopens = false; },
+        {[](FakeCamera &c) { c.init_ok = false; }, {"link.open", "link.get 7", "drv.init", "link.close"}},
+        {[](FakeCamera &c) { c.reset_reopens = !(c.slow_rounds = 9); },
          {"link.open", "link.reset 3", "link.close"}},
     };
     for (const auto &c : cases) {
-        SCOPED_TRACE(c.line);
         FakeCamera fresh;
         c.spoil(fresh);
         EXPECT_EQ(fresh.open(), nullptr);
-        EXPECT_TRUE(log.has(c.line));
         EXPECT_EQ(fresh.take(), c.calls);
-        EXPECT_EQ(fresh.dev.priv, nullptr);
-        EXPECT_EQ(fresh.dev.api_lock, nullptr);
-        EXPECT_EQ(fresh.row->dev, nullptr);
+        EXPECT_FALSE(fresh.dev.priv || fresh.dev.api_lock || fresh.row->dev);
     }
     FakeCamera slow;
     slow.slow_rounds = 1; // is opened again

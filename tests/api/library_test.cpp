@@ -14,9 +14,7 @@ TEST(Library, StartsOnceAndLogsToTheNamedFile)
     EXPECT_STREQ(tqcam_path_get(), "x/");
     tqcam_uninit();
     tqcam_uninit();
-    const std::string text = read_text("a.log");
-    EXPECT_EQ(text.find("\n---- TQCAM "), 0u);
-    EXPECT_NE(text.find("---- TQCAM log END ----\n\n"), std::string::npos);
+    EXPECT_NE(read_text("a.log").find("---- TQCAM log END ----\n\n"), std::string::npos);
     tqcam_init(""); // to no file
     EXPECT_STREQ(tqcam_path_get(), "");
     tqcam_uninit();
