@@ -15,12 +15,10 @@ using calls_t = std::vector<std::string>;
 struct FakeCamera : camera_params_t {
     // What the link and the driver answer.
     bool open_ok = true, start_ok = true, stop_ok = true, get_ok = true, set_ok = true, init_ok = true;
-    bool reset_reopens = true;           // a reset leaves the link open
     std::atomic<int> consume{0};         // so many frames are the driver's own (0xDCBA)
     int need_data = 0, calib_result = 0; // results of frame_need_data and drv_calib_load
     int frames_on_start = 0;
-    int slow_rounds =
-        0; // so often the camera comes up at low speed; with more than five to go a reset loses it
+    int slow_rounds = 0; // so often the camera is slow; with more than five to go a reset loses it
     uint32_t meta_intg_us = 0;
     std::function<int(void *dst, uint32_t dst_size, int kind)> decode;
     tqcam_drv_ops_t ops = drv_ops; // the driver's table, once open
@@ -148,7 +146,7 @@ inline const tqcam_ll_ops_t FakeCamera::link_ops = [] {
     t.cap_seek = [](tqcam_ll_dev_t *, int offset, int origin) { return 10 * origin + offset; };
     t.dev_reset = [](tqcam_ll_dev_t *ll, uint8_t target) {
         note("link.reset", int(target));
-        if (target == 3 && !current->reset_reopens)
+        if (target == 3 && current->slow_rounds > 5)
             ll->priv = nullptr;
         return target != 3;
     };
