@@ -1,0 +1,6 @@
+find_package(OpenCV QUIET COMPONENTS core imgproc)
+if(OpenCV_FOUND)
+  target_compile_definitions(test_smooth PRIVATE TQCAM_HAVE_OPENCV)
+  target_include_directories(test_smooth SYSTEM PRIVATE ${OpenCV_INCLUDE_DIRS})
+  target_link_libraries(test_smooth PRIVATE opencv_core opencv_imgproc)
+endif()
