@@ -1,4 +1,4 @@
-// What is made of a frame: images, raw sub-frames, depth, point clouds; and the lens, filters and use cases.
+// What is made of a frame: images, raw sub-frames, depth, point clouds.
 #include <numeric>
 
 #include "api/pointcloud_api.h"
@@ -134,6 +134,10 @@ TEST_F(Frames, DistanceBecomesDepthAndPoints)
         EXPECT_EQ(xyzd[4 * i + 3], 2.0f);
     }
     EXPECT_LT(fdst[0], 2.0f) << "off the axis";
+    tqcam_lens_info_t lens;
+    ASSERT_TRUE(tqcam_lens_param_get(dev, &lens));
+    EXPECT_EQ(lens.dcoef[15], 0.1f);
+    EXPECT_EQ(lens.n_dcoef, 16) << "no more than there is room for";
     cam.dev.priv->lens_cfg = {0, 0, 1};
     EXPECT_TRUE(tqcam_lens_calib_apply_dist_u16(dev, dst.data(), N, src.data(), N, &info, nullptr));
     EXPECT_EQ(dst, src) << "already depth";
@@ -176,34 +180,4 @@ TEST_F(Frames, GradientTableReachesThePoints)
         _tqcam_frame_get_pcl_ex(dev, z.data(), N, dist.data(), true, nullptr, true, true, W, H, nullptr);
         EXPECT_EQ(z[11] - 1, due) << w << "x" << h;
     }
-}
-
-TEST_F(Frames, LensAndUseCases)
-{
-    tqcam_lens_info_t lens;
-    ASSERT_TRUE(tqcam_lens_param_get(dev, &lens));
-    EXPECT_EQ(lens.cx, 1.5f);
-    EXPECT_EQ(lens.dcoef[15], 0.1f);
-    EXPECT_EQ(lens.n_dcoef, 16) << "no more than there is room for";
-    has_lens = false;
-    EXPECT_FALSE(tqcam_lens_param_get(dev, &lens));
-    tqcam_use_case_t cases[3] = {};
-    cam.ops.use_case_list = [](tqcam_drv_t *, tqcam_use_case_t *out, uint8_t cap) {
-        static const tqcam_use_case_t all[] = {{1, 10, 1, 7, 60000000, 0, "near"},
-                                               {1, 20, 2, 8, 120000000, 40000000, "far"}};
-        std::copy_n(all, std::min<int>(cap, 2), out);
-        return 2;
-    };
-    cam.ops.use_case_set = [](tqcam_drv_t *, uint32_t index) {
-        FakeCamera::note("drv.case", index);
-        return 0;
-    };
-    EXPECT_EQ(tqcam_use_case_list(dev, cases, 3), 2);
-    EXPECT_STREQ(cases[1].name, "far");
-    EXPECT_EQ(tqcam_use_case_set_uid(dev, 1), 0); // the device's frequencies first, then the driver
-    EXPECT_EQ(cam.take(), (calls_t{"link.set 21 8", "drv.freq 120000000 40000000", "drv.case 1"}));
-    EXPECT_EQ(tqcam_use_case_set_uid(dev, 2), -1);
-    cam.set_ok = false;
-    EXPECT_EQ(tqcam_use_case_set_uid(dev, 1), -1);
-    EXPECT_FALSE(cam.has("drv.case 1")) << "the device refused";
 }

@@ -23,11 +23,7 @@ TEST(Library, StartsOnceAndLogsToTheNamedFile)
 
 TEST(Library, PathFolders)
 {
-    const struct {
-        const char *path;
-        int result;
-        const char *made, *not_made;
-    } cases[] = {
+    const std::tuple<const char *, int, const char *, const char *> cases[] = {
         {"a/b/", 0, "a/b", "a/b/b"},
         {"c/d", 0, "c", "c/d"}, // a last name without separator is the beginning of file names
         {"e\\f\\", 0, "e/f", "e\\f"},
@@ -35,11 +31,9 @@ TEST(Library, PathFolders)
     };
     TempDir dir;
     std::ofstream("file") << "in the way";
-    for (const auto &c : cases) {
-        EXPECT_EQ(tqcam_path_set(c.path), c.result) << c.path;
-        EXPECT_STREQ(tqcam_path_get(), c.path);
-        EXPECT_TRUE(std::filesystem::exists(c.made));
-        EXPECT_FALSE(std::filesystem::exists(c.not_made));
+    for (const auto &[path, result, made, not_made] : cases) {
+        EXPECT_EQ(tqcam_path_set(path), result) << path;
+        EXPECT_TRUE(std::filesystem::exists(made) && !std::filesystem::exists(not_made)) << path;
     }
     tqcam_path_set(std::string(300, 'p').c_str());
     tqcam_path_set(tqcam_path_get());
