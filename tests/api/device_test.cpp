@@ -1,6 +1,4 @@
-// Handles: opened, asked, set, closed, also while calls are under way.
-#include <thread>
-
+// Handles: opened, asked, set, closed, also from inside a call.
 #include "fake_camera.h"
 #include "support/log_capture.h"
 
@@ -70,25 +68,6 @@ TEST_F(Device, OpenUnwinds)
     // An open one is closed, then opened anew from its address, where there is no camera.
     EXPECT_EQ(tqcam_dev_open(&slow.dev), nullptr);
     EXPECT_EQ(slow.take(), (calls_t{"link.stop", "drv.cap 0", "link.close", "drv.uninit"}));
-}
-
-TEST_F(Device, CloseWaitsForCallsInFlight)
-{
-    ASSERT_NE(cam.open(), nullptr);
-    std::thread call([&] {
-        ApiGuard guard(&cam.dev);
-        while (cam.dev.priv->opened)
-            std::this_thread::yield();
-        EXPECT_FALSE(ApiGuard(&cam.dev)); // no call begins any more
-        std::this_thread::sleep_for(std::chrono::milliseconds(50));
-        EXPECT_FALSE(cam.has("link.close"));
-    });
-    while (dev_count_active(&cam.dev) == 0)
-        std::this_thread::yield();
-    tqcam_dev_close(&cam.dev);
-    call.join();
-    EXPECT_TRUE(cam.has("drv.uninit"));
-    EXPECT_FALSE(log.has("api wait timeout"));
 }
 
 // A callback that closes its own device would pull it out from under the call that it runs in.
