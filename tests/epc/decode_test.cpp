@@ -66,6 +66,19 @@ TEST_F(EpcDecode, ScenesComeOutTrue)
     }
 }
 
+TEST_F(EpcDecode, SportModePicksPlanesByFrequency)
+{
+    const std::vector<uint16_t> raw = noise(4 * 64, 1, 4094);
+    p->sport_en = 1;
+    p->sport_mode = 2;
+    for (const auto &[freq, plane, base] : {std::tuple{24000001u, 0u, 16384}, {24000000u, 2u, 0}}) {
+        epc_event_freq_change(cam.drv(), freq, 0);
+        const uint16_t *i = &raw[plane * 64], *q = i + 64;
+        EXPECT_EQ(cam.decode(DRV_KIND_RAW, raw, EpcCamera::info(2, 8, 8, 4))[epc_image_row(0, 8) * 8],
+                  phase_of(2048 - *i, 2048 - *q, base) * range_of(freq) / 32768);
+    }
+}
+
 // The chain is these functions in this order, whatever is switched on.
 TEST_F(EpcDecode, FilterChain)
 {
@@ -111,7 +124,6 @@ TEST_F(EpcDecode, HysteresisBetweenFrames)
         EXPECT_EQ(cam.decode(DRV_KIND_DIST, raw, info), std::vector<uint16_t>(32, f.lit ? 6245 : 0)) << f.i;
     }
     cam.disable(TQCAM_FILTER_MIN_AMP);
-    EXPECT_EQ(p->hyst_state.data, nullptr);
     EXPECT_EQ(cam.decode(DRV_KIND_DIST, flat(32, 4, 0), info), std::vector<uint16_t>(32, 6245));
 }
 

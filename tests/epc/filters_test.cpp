@@ -35,10 +35,6 @@ TEST_F(EpcFilters, SwitchesAndValues)
     EXPECT_EQ(p->gray_div, 1); // 0 would divide
     EXPECT_EQ(p->f_param_flyfilter_th, 31u);
     EXPECT_EQ(cam.take_sent(), ""); // none of these concerns the device
-    for (const uint32_t id : {3u, 15u, UINT32_MAX}) {
-        EXPECT_FALSE(cam.enable(id));
-        EXPECT_FALSE(cam.disable(id));
-    }
     EXPECT_TRUE(cam.enable(TQCAM_FILTER_LENS));
     EXPECT_EQ(tqcam_lens_calib_config_get(&cam.dev)->en_3d, 1);
     EXPECT_TRUE(cam.disable(TQCAM_FILTER_LENS));
