@@ -9,17 +9,13 @@
 #include <vector>
 
 #include "replay_recorder.h"
+#include "support/sim_shot.h"
 #include "tqcam.h"
 
 // An ideal camera of a kind before a flat wall.
 inline sim_config_t wall_before(const char *camera, double distance_mm, uint32_t format)
 {
-    sim_config_t cfg = sim_config_default(sim_camera_find(camera));
-    cfg.scene = sim_scene_make(SIM_SCENE_WALL);
-    cfg.scene.distance_mm = distance_mm;
-    cfg.defects = sim_defects_none();
-    cfg.format = format;
-    cfg.freq0 = 12000000;
+    sim_config_t cfg = sim_ideal(camera, SIM_SCENE_WALL, distance_mm, format, 12000000);
     cfg.fps = 500;
     return cfg;
 }

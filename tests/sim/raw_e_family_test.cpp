@@ -1,59 +1,33 @@
 // Raw frames of the E family, read back by a decoder of this file's own: sample pairs to an angle, the angle
 // to a distance. It follows the sensor's rules and shares nothing with the simulator or the library.
-#include "frame_source.h"
+#include "support/sim_shot.h"
 
-#include <algorithm>
-#include <cmath>
 #include <gtest/gtest.h>
-#include <string>
 
 namespace {
 
 constexpr double RANGE = 12491; // of 12 MHz, in millimetres
 
-typedef struct decoded_t {
-    std::vector<double> mm, amp; // by image row; mm -1: not measured
-} decoded_t;
+struct errors_t {
+    double median, bias, worst;
+    size_t n; // pixels that were measured
+};
 
-// Of four planes, rows as they leave the sensor or as they lie in the image: from the middle out.
-decoded_t decode(const sim_frame_t &f, bool from_middle)
+// Errors of four planes, whose rows are delivered from the middle out, against the truth, around the range.
+errors_t errors(const sim_frame_t &f)
 {
     const uint32_t w = f.width, h = f.height;
-    decoded_t out = {std::vector<double>(w * h, -1), std::vector<double>(w * h, 0)};
-    for (uint32_t r = 0; r < h; r++) {
-        const uint32_t image_row = !from_middle ? r : r % 2 == 0 ? h / 2 - 1 - r / 2 : h / 2 + r / 2;
-        for (uint32_t x = 0; x < w; x++) {
-            int v[4];
-            bool valid = true;
-            for (uint32_t p = 0; p < 4; p++) {
-                const size_t at = 2 * ((static_cast<size_t>(p) * h + r) * w + x);
-                v[p] = f.data[at] | f.data[at + 1] << 8;
-                valid = valid && v[p] >= 2 && v[p] <= 4093;
-            }
-            if (!valid)
-                continue;
-            const double i = v[2] - v[0], q = v[3] - v[1], turns = std::atan2(q, i) / (2 * M_PI) + 0.5;
-            out.mm[image_row * w + x] = (turns - std::floor(turns)) * RANGE;
-            out.amp[image_row * w + x] = std::hypot(i, q) / 2;
-        }
-    }
-    return out;
-}
-
-typedef struct errors_t {
-    double median, bias, worst;
-    size_t n;
-} errors_t;
-
-// Errors of the measured pixels against the truth, around the range.
-errors_t errors(const decoded_t &d, const sim_frame_t &f)
-{
     std::vector<double> abs;
     double sum = 0;
-    for (size_t i = 0; i < d.mm.size(); i++) {
-        if (d.mm[i] < 0)
+    for (uint32_t i = 0; i < w * h; i++) {
+        int v[4];
+        for (uint32_t p = 0; p < 4; p++)
+            v[p] = f.data[2 * (p * w * h + i)] | f.data[2 * (p * w * h + i) + 1] << 8;
+        if (std::any_of(v, v + 4, [](int s) { return s < 2 || s > 4093; }))
             continue;
-        const double e = std::remainder(d.mm[i] - f.truth_mm[i], RANGE);
+        const uint32_t r = i / w, image_row = r % 2 == 0 ? h / 2 - 1 - r / 2 : h / 2 + r / 2;
+        const double mm = (std::atan2(v[3] - v[1], v[2] - v[0]) / (2 * M_PI) + 0.5) * RANGE;
+        const double e = std::remainder(mm - f.truth_mm[image_row * w + i % w], RANGE);
         sum += e;
         abs.push_back(std::fabs(e));
     }
@@ -62,27 +36,18 @@ errors_t errors(const decoded_t &d, const sim_frame_t &f)
     return n == 0 ? errors_t{} : errors_t{abs[n / 2], sum / static_cast<double>(n), abs[n - 1], n};
 }
 
-sim_config_t ideal(sim_scene_kind_t scene, double mm)
-{
-    sim_config_t cfg = sim_config_default(sim_camera_find("E1"));
-    cfg.scene = sim_scene_make(scene);
-    cfg.scene.distance_mm = mm;
-    cfg.defects = sim_defects_none();
-    return cfg;
-}
-
 } // namespace
 
 TEST(RawE, EachDefectShowsByItself)
 {
     const auto run = [](void (*change)(sim_config_t *)) {
-        sim_config_t cfg = ideal(SIM_SCENE_WALL, 2000);
+        sim_config_t cfg = sim_ideal("E1", SIM_SCENE_WALL, 2000, 2, 12000000);
         change(&cfg);
         EXPECT_EQ(sim_config_check(cfg), "");
         const auto source = sim_source_live(cfg);
         sim_frame_t f;
         source->next(source->self, &f);
-        return errors(decode(f, true), f);
+        return errors(f);
     };
     errors_t e = run([](sim_config_t *c) { c->defects.offset_mm = 100; });
     EXPECT_NEAR(e.bias, 100, 0.5);
@@ -123,25 +88,6 @@ TEST(RawE, EachDefectShowsByItself)
     EXPECT_GT(e.median, 3);
 }
 
-TEST(RawE, EdgesMixWhatTheySee)
-{
-    sim_config_t cfg = ideal(SIM_SCENE_ROOM, 2800);
-    size_t between[2];
-    for (int flying = 0; flying < 2; flying++) {
-        cfg.defects.flying = flying;
-        const auto source = sim_source_live(cfg);
-        sim_frame_t f;
-        source->next(source->self, &f);
-        const decoded_t d = decode(f, true);
-        between[flying] = 0;
-        for (size_t i = 0; i < d.mm.size(); i++)
-            between[flying] += std::fabs(std::remainder(d.mm[i] - f.truth_mm[i], RANGE)) > 100;
-    }
-    EXPECT_EQ(between[0], 0u);
-    EXPECT_GT(between[1], 200u);
-    EXPECT_LT(between[1], 2000u);
-}
-
 // The same bits everywhere: frames of a seed are compared between machines and releases.
 TEST(RawE, FramesFollowFromTheSeed)
 {
@@ -162,31 +108,4 @@ TEST(RawE, FramesFollowFromTheSeed)
     EXPECT_EQ(hash(7, 3), 3821600351045181199u);
     EXPECT_NE(hash(7, 3), hash(7, 2));
     EXPECT_NE(hash(7, 3), hash(8, 3));
-}
-
-TEST(RawFrames, RefuseWhatCannotBe)
-{
-    const struct {
-        const char *camera;
-        void (*change)(sim_config_t *);
-        const char *word;
-    } cases[] = {
-        {"E1", [](sim_config_t *) {}, ""},
-        {"E1", [](sim_config_t *c) { c->format = 17; }, "format 17"},
-        {"E1", [](sim_config_t *c) { c->freq0 = 0; }, "frequency"},
-        {"E1", [](sim_config_t *c) { c->freq1 = 40000000; }, "one modulation frequency"},
-        {"E1", [](sim_config_t *c) { c->fps = 0; }, "frame rate"},
-        {"E1", [](sim_config_t *c) { c->intg_us = 0; }, "integration"},
-        {"E1", [](sim_config_t *c) { c->format = 4, c->intg2_us = 100; }, "second integration"},
-        {"E1", [](sim_config_t *c) { c->scene.distance_mm = NAN; }, "distance"},
-        {"S570C4", [](sim_config_t *c) { c->format = 144; }, "format 144"},
-        {"S570C4", [](sim_config_t *c) { c->format = 17, c->freq1 = 0; }, "needs two"},
-        {"S570C4", [](sim_config_t *c) { c->meta_size = 1u << 30; }, "metadata"},
-    };
-    for (const auto &c : cases) {
-        sim_config_t cfg = sim_config_default(sim_camera_find(c.camera));
-        c.change(&cfg);
-        const std::string error = sim_config_check(cfg);
-        EXPECT_TRUE(*c.word ? error.find(c.word) != std::string::npos : error.empty()) << c.word << error;
-    }
 }

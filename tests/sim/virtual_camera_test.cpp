@@ -220,27 +220,3 @@ TEST(VirtualCamera, StreamFaultsCostWhatTheyMust)
         EXPECT_EQ(p.odd.size(), c.odd);
     }
 }
-
-TEST(VirtualCamera, SendsItsCalibrationInSlices)
-{
-    vcam_cfg_t cfg = config("E1");
-    bytes_t file(200000);
-    for (size_t i = 0; i < file.size(); i++)
-        file[i] = static_cast<uint8_t>(i * 7 >> 3);
-    cfg.pack = vcam_pack_of_file(sim_identity(cfg.sim), file);
-    ASSERT_EQ(cfg.pack.size(), 2u * 153600);
-    host_t host(cfg);
-    EXPECT_EQ(host.get(8), bytes_t(cfg.pack.begin(), cfg.pack.begin() + 18));
-    EXPECT_GE(host.get(6)[2], 133); // firmware that has the upload
-    ASSERT_TRUE(host.set(0, {9}));
-    ASSERT_TRUE(host.write(0xC2, 4, {0, 0, 0, 0}));
-    const playback_t p = play(&host, 1000000);
-    ASSERT_EQ(p.frames.size(), 2u);
-    EXPECT_EQ(p.frames[0].frame_fmt, 171);
-    EXPECT_EQ(p.frames[1].frame_idx, 1);
-    EXPECT_EQ(p.last, bytes_t(cfg.pack.begin() + 153600, cfg.pack.end()));
-    EXPECT_EQ(bytes_t(cfg.pack.begin() + 18, cfg.pack.begin() + 18 + 200000), file);
-    ASSERT_TRUE(host.set(0, {0}));
-    ASSERT_TRUE(host.write(0xC2, 4, {0, 0, 0, 0}));
-    EXPECT_EQ(play(&host, 100000).frames.at(0).frame_fmt, 2);
-}
