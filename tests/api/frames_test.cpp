@@ -145,13 +145,34 @@ TEST_F(Frames, DistanceBecomesDepthAndPoints)
     EXPECT_EQ(tqcam_frame_get_pcl(dev, xyz.data(), 3 * N, fsrc.data(), N, W, H, nullptr), 0);
     const float own[4] = {0, 0, 5, 5};
     EXPECT_EQ(tqcam_frame_get_pcl(dev, xyz.data(), 3 * N, fsrc.data(), N, W, H, own), N);
-    const uint32_t refused[][4] = {{3 * N - 1, N, W, H},
-                                   {3 * N, N - 1, W, H},
-                                   {~0u, ~0u, 1u << 31, 2},
-                                   {~0u, ~0u, ~0u, 1},
-                                   {3 * N, N, 0, H}};
-    for (const auto &[out_len, len, w, h] : refused)
-        EXPECT_EQ(tqcam_frame_get_pcl(dev, xyz.data(), out_len, fsrc.data(), len, w, h, own), 0) << out_len;
+    for (const auto &[out_len, w] : {std::pair{3u * N - 1, 8u}, {3 * N, 9}, {~0u, 1u << 30}}) // w * 4 wraps
+        EXPECT_EQ(tqcam_frame_get_pcl(dev, xyz.data(), out_len, fsrc.data(), N, w, H, own), 0) << w;
+}
+
+TEST_F(Frames, GrayIsUndistortedOrCopied)
+{
+    tqcam_lens_param_t lens;
+    cam.ops.lens_param_get(nullptr, &lens, W, H, 0);
+    lens.dcoef[0] = 0.5;
+    lens.n_dcoef = 5;
+    tq_calib_len_init_map(&cam.dev.priv->lens_map, &lens);
+    std::vector<uint16_t> src(N), dst(N), want(N);
+    std::vector<float> points(4 * N), dist(N, 1.0f), gray(N);
+    std::iota(src.begin(), src.end(), uint16_t{100});
+    std::iota(gray.begin(), gray.end(), 100.0f);
+    tq_calib_len_undistort_u16(&cam.dev.priv->lens_map, want.data(), N, src.data(), W, H, 0);
+    ASSERT_NE(want, src);
+    for (const bool on : {true, false}) {
+        const tqcam_lens_calib_cfg_t cfg = {on, 0, 0};
+        tqcam_lens_calib_config_set(dev, &cfg);
+        EXPECT_TRUE(tqcam_lens_calib_apply_gray_u16(dev, dst.data(), N, src.data(), N, &info, nullptr));
+        EXPECT_EQ(dst, on ? want : src);
+    }
+    EXPECT_FALSE(tqcam_lens_calib_apply_gray_u16(dev, dst.data(), N - 1, src.data(), N, &info, nullptr));
+    EXPECT_EQ(
+        tqcam_frame_get_pcl_xyzi(dev, points.data(), 4 * N, dist.data(), N, gray.data(), N, W, H, 0, nullptr),
+        N);
+    EXPECT_GT(points[4 * (N - 1) + 3], points[3]) << "brighter";
 }
 
 // A gradient table whose value n is n, in a block like a calibration file's: how deep it says that a flat
