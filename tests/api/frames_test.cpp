@@ -182,10 +182,10 @@ TEST_F(Frames, GradientTableReachesThePoints)
     const uint32_t cases[][4] = {
         {W, H, N, 11},
         {W_2, 3 * H, 6 * N, 3 * W_2 + 6}, // sampled: every second column, every third row
-        {W + 1, H, 2 * N, 0},
+        {W + 1, H, 2 * N, 0},             // don't fit
         {W / 2, H, N, 0},
         {W, H, N - 1, 0},
-        {0, 0, N, 0}, // don't fit
+        {0, 0, N, 0},
     };
     for (const auto &[w, h, n, due] : cases) {
         tq_lens_bin_t head = {};
