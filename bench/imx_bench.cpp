@@ -4,7 +4,11 @@
 #include "../tests/imx/imx_camera.h"
 #include "camera_model.h"
 #include "frame_source.h"
+#include "tq_cmap.h"
+#include "tq_filter.h"
+#include "tq_lens.h"
 #include "tq_log.h"
+#include "tq_pcl.h"
 
 namespace {
 constexpr size_t N = 640 * 480;
@@ -37,11 +41,23 @@ struct scene_t {
         info.height = frame.height;
         info.meta_size = frame.meta_size;
     }
-    void decode(int kind) { decode(kind, raw); }
-    void decode(int kind, const std::vector<uint8_t> &frame)
+    void decode(int kind) { decode(kind, image); }
+    void decode(int kind, std::vector<uint16_t> &out)
     {
-        cam.ops()->frame_decode(cam.drv(), image.data(), 2 * N, kind, frame.data(),
-                                static_cast<uint32_t>(frame.size()), &info);
+        cam.ops()->frame_decode(cam.drv(), out.data(), 2 * N, kind, raw.data(),
+                                static_cast<uint32_t>(raw.size()), &info);
+    }
+    void decode_random()
+    {
+        cam.ops()->frame_decode(cam.drv(), image.data(), 2 * N, DRV_KIND_RAW, random.data(),
+                                static_cast<uint32_t>(random.size()), &info);
+    }
+    void decode_denoised()
+    {
+        imx_priv_t *p = cam.priv();
+        p->f_en_median = p->f_en_bpf2d_iir = p->f_en_fill_hole = p->f_en_flyfilter = 1;
+        decode(DRV_KIND_DIST);
+        p->f_en_median = p->f_en_bpf2d_iir = p->f_en_fill_hole = p->f_en_flyfilter = 0;
     }
     // Neutral planes, as after a mount.
     void calibrate()
@@ -81,6 +97,37 @@ scene_t &calibrated(bool dual)
     return dual ? *two : *one;
 }
 
+// What an application may ask for of one frame.
+void everything()
+{
+    static tq_calib_len_map_t lens = {};
+    static tq_cmap_t colours = {};
+    static std::vector<uint16_t> gray(N), straight(N);
+    static std::vector<float> metres(N), points(3 * N);
+    static std::vector<uint8_t> rgb(3 * N);
+    static const float camera[4] = {314, 250, 448, 448};
+    if (!lens.map) {
+        tqcam_lens_param_t param = {};
+        param.cx = camera[0];
+        param.cy = camera[1];
+        param.fx = param.fy = camera[2];
+        param.img_w = 640;
+        param.img_h = 480;
+        param.n_dcoef = 2;
+        param.dcoef[0] = -0.31;
+        param.dcoef[1] = 0.12;
+        tq_calib_len_init_map(&lens, &param);
+        tq_cmap_init(&colours, 30000);
+    }
+    scene_t &s = scene(true);
+    s.decode_denoised();
+    s.decode(DRV_KIND_GRAY, gray);
+    tq_calib_len_undistort_u16(&lens, straight.data(), N, s.image.data(), 640, 480, 0);
+    tq_conv_u16_f32(metres.data(), straight.data(), N, 0.001f);
+    tq_pcl_get_xyzd_f32(points.data(), metres.data(), nullptr, 640, 480, camera, nullptr, 0, 0);
+    tq_cmap_u16_to_rgb(&colours, straight.data(), N, &rgb[0], &rgb[1], &rgb[2], 3, 0, 4000, false);
+}
+
 const int registered = [] {
     tq_log_cfg(nullptr, TQ_LOG_CONSOLE, TQ_LOG_SILENT, 0);
     bench_forms("imx/unpack", N, [] {
@@ -95,21 +142,16 @@ const int registered = [] {
     for (const bool dual : {false, true}) {
         const std::string kind = dual ? "dual" : "single";
         bench_forms("imx/raw_distance_" + kind, N, [dual] { scene(dual).decode(DRV_KIND_RAW); });
-        bench_forms("imx/random_distance_" + kind, N,
-                    [dual] { scene(dual).decode(DRV_KIND_RAW, scene(dual).random); });
+        bench_forms("imx/random_distance_" + kind, N, [dual] { scene(dual).decode_random(); });
         bench_forms("imx/calibrated_" + kind, N, [dual] { calibrated(dual).decode(DRV_KIND_DIST); });
         bench_forms("imx/gray_" + kind, N, [dual] {
             scene(dual).cam.priv()->info_hash = FRAME_HASH_NONE;
             scene(dual).decode(DRV_KIND_GRAY);
         });
         bench_forms("imx/decode_" + kind, N, [dual] { scene(dual).decode(DRV_KIND_DIST); });
-        bench_forms("imx/decode_denoised_" + kind, N, [dual] {
-            imx_priv_t *p = scene(dual).cam.priv();
-            p->f_en_median = p->f_en_bpf2d_iir = p->f_en_fill_hole = p->f_en_flyfilter = 1;
-            scene(dual).decode(DRV_KIND_DIST);
-            p->f_en_median = p->f_en_bpf2d_iir = p->f_en_fill_hole = p->f_en_flyfilter = 0;
-        });
+        bench_forms("imx/decode_denoised_" + kind, N, [dual] { scene(dual).decode_denoised(); });
     }
+    bench_forms("imx/decode_everything", N, everything);
     return 0;
 }();
 } // namespace

@@ -3,6 +3,7 @@
 #include <benchmark/benchmark.h>
 #include <cstring>
 #include <vector>
+#include <zlib.h>
 
 #include "stream/checksum.h"
 #include "tq_stream.h"
@@ -78,6 +79,13 @@ void BM_stream_hash16(benchmark::State &state)
         benchmark::DoNotOptimize(tq_stream_hash16(src, static_cast<int32_t>(n), 0));
     });
 }
+// The peer of the hash: two sums as well, of another modulus.
+void BM_zlib_adler32(benchmark::State &state)
+{
+    over_frame(state, [](uint8_t *, const uint8_t *src, size_t n) {
+        benchmark::DoNotOptimize(adler32(1, src, static_cast<uInt>(n)));
+    });
+}
 void BM_stream_sum32(benchmark::State &state)
 {
     over_frame(state, [](uint8_t *, const uint8_t *src, size_t n) {
@@ -97,6 +105,7 @@ void BM_stream_copy_sum32(benchmark::State &state)
 }
 BENCHMARK(BM_memcpy)->Arg(34)->Arg(153600)->Arg(FRAME)->Arg(6 << 20);
 BENCHMARK(BM_stream_hash16)->Arg(34)->Arg(153600)->Arg(FRAME)->Arg(6 << 20);
+BENCHMARK(BM_zlib_adler32)->Arg(FRAME)->Arg(6 << 20);
 BENCHMARK(BM_stream_copy_sum32)->Arg(FRAME)->Arg(6 << 20);
 BENCHMARK(BM_stream_sum32)->Arg(153600)->Arg(FRAME)->Arg(6 << 20);
 } // namespace

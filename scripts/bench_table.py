@@ -1,47 +1,124 @@
 #!/usr/bin/env python3
-"""Makes a table of a Google Benchmark run: a line for each kernel, a column for each form.
+"""Makes tables of a Google Benchmark run: the goals first, then a line for each kernel with a column for each form.
 
-Rows named KERNEL/.../FORM with a counter "px" (seconds a pixel) become a line in nanoseconds a pixel; all others
-are listed with their own time and counters. The minimum over the repetitions counts.
+Rows named KERNEL/.../FORM with a counter "px" (seconds a pixel) become a line in nanoseconds a pixel; other rows of
+a kernel are its peers and bounds. All others are listed with their own time and counters. The minimum over the
+repetitions counts.
 """
 import json
 import sys
 
 FORMS = ["plain", "SSE4", "AVX2", "AVX3", "NEON"]
+SHOWN = {"AVX3": "AVX-512"}
+SMALL, LARGE = "/320x240", "/640x480"
+US_SMALL, MS_LARGE = 1e3 / (320 * 240), 1e6 / (640 * 480)  # of a frame, as nanoseconds a pixel
+
+# What, row, nanoseconds a pixel of the AVX-512 form at most (and of others), times faster than the plain form at
+# least, another row, times faster than that at least.
+GOALS = [
+    ("four planes to distance and amplitude", "epc/phase_4dcs", {"AVX3": 1.2, "AVX2": 2.3, "SSE4": 4.6}, 7,
+     "/cv subtract, cartToPolar, convertTo", 2),
+    ("the same, random I and Q", "epc/phase_4dcs_random", {}, 15, None, 0),
+    ("the same, calibrated by the pixel; against the rule without tables", "epc/phase_4dcs_drnu", {"AVX3": 2.6}, 0,
+     "/rule", 10),
+    ("packed I and Q, one frequency, random", "imx/random_distance_single", {"AVX3": 1.2}, 8, None, 0),
+    ("packed I and Q, two frequencies, random", "imx/random_distance_dual", {"AVX3": 2.7}, 8, None, 0),
+    ("recursive bilateral", "bilateral" + SMALL, {"AVX3": 4.7}, 2.5, "/cv dtFilter", 3),
+    ("recursive bilateral", "bilateral" + LARGE, {"AVX3": 5.8}, 2.5, "/cv dtFilter", 3),
+    ("recursive bilateral, no holes", "bilateral_no_holes" + SMALL, {"AVX3": 3.6}, 0, None, 0),
+    ("recursive bilateral, a full image against an empty one", "bilateral_mostly_empty" + SMALL, {}, 0,
+     "=bilateral" + SMALL, 1 / 1.15),
+    ("median 3 x 3", "median_k3" + SMALL, {"AVX3": 0.3}, 0, "/cv::medianBlur", 4),
+    ("median 3 x 3", "median_k3" + LARGE, {"AVX3": 0.3}, 0, "/cv::medianBlur", 3),
+    ("median 5 x 5", "median_k5" + SMALL, {"AVX3": 2.2}, 0, "/cv::medianBlur", 4.5),
+    ("median 5 x 5", "median_k5" + LARGE, {"AVX3": 2.2}, 0, "/cv::medianBlur", 3.2),
+    ("box 3 x 3", "box_k3" + SMALL, {"AVX3": 0.42}, 0, "/cv::blur", 2.8),
+    ("Gauss 3 x 3", "gauss_k3" + SMALL, {"AVX3": 0.48}, 0, "/cv::GaussianBlur", 1.8),
+    ("recursive Gauss", "gauss_iir_f32" + SMALL, {"AVX3": 1.6}, 11, "/cv::GaussianBlur sigma 3", 2),
+    ("recursive Gauss", "gauss_iir_f32" + LARGE, {"AVX3": 1.8}, 11, "/cv::GaussianBlur sigma 3", 2),
+    ("fly-pixel", "flypix_k3" + SMALL, {"AVX3": 0.75}, 4, "/cv::Sobel x 2", 6),
+    ("fly-pixel", "flypix_k3" + LARGE, {"AVX3": 0.75}, 4, "/cv::Sobel x 2", 6),
+    ("hole fill", "fhole_k3" + SMALL, {"AVX3": 0.2}, 0, "/cv::dilate", 1.5),
+    ("hole fill", "fhole_k3" + LARGE, {"AVX3": 0.26}, 0, "/cv::dilate", 1.05),
+    ("minimum amplitude", "epc/min_amp_hyst", {"AVX3": 0.35}, 5, None, 0),
+    ("gray from amplitude", "epc/amp_to_gray", {"AVX3": 0.3}, 4, None, 0),
+    ("undistortion", "undistort_u16" + LARGE, {"AVX3": 0.78}, 0, "/cv::remap nearest", 2),
+    ("point cloud xyz", "pcl_xyz" + LARGE, {"AVX3": 1.0}, 0, "/cv depthTo3d", 1.6),
+    ("point cloud xyzd", "pcl_xyzd" + LARGE, {"AVX3": 1.4}, 0, None, 0),
+    ("colour", "colour_u16_rgb" + LARGE, {"AVX3": 0.95}, 10, "/cv convertTo + applyColorMap", 2.5),
+    ("decode 320 x 240, 135 us", "epc/decode_default", {"AVX3": 135 * US_SMALL}, 7.5, None, 0),
+    ("decode 320 x 240, calibrated, 280 us", "epc/decode_drnu", {"AVX3": 280 * US_SMALL}, 8.5, None, 0),
+    ("decode 320 x 240, calibrated, all filters, 880 us", "epc/decode_drnu_all_filters", {"AVX3": 880 * US_SMALL}, 4,
+     None, 0),
+    ("decode 640 x 480, two frequencies, 1.15 ms", "imx/raw_distance_dual", {"AVX3": 1.15 * MS_LARGE}, 7.5, None, 0),
+    ("decode 640 x 480, two frequencies, all filters, 3.1 ms", "imx/decode_denoised_dual", {"AVX3": 3.1 * MS_LARGE},
+     5, None, 0),
+    ("all that and gray, undistortion, cloud, colour, 5.0 ms", "imx/decode_everything", {"AVX3": 5.0 * MS_LARGE}, 4.2,
+     None, 0),
+]
+
+
+def read(run):
+    """The minima of rows with pixels, in seconds, by kernel and form or peer; and the other rows."""
+    rows, others = {}, {}
+    for b in run["benchmarks"]:
+        if b.get("aggregate_name", "min") != "min":
+            continue
+        name = b["run_name"].split("/min_time:")[0]
+        if "px" not in b:
+            if name not in others or b["real_time"] < others[name]["real_time"]:
+                others[name] = b
+            continue
+        kernel, _, form = name.rpartition("/")
+        kernels = rows.setdefault(kernel, {})
+        kernels[form] = min(b["px"], kernels.get(form, b["px"]))
+    return rows, others
+
+
+def goals(rows, clock):
+    """Times are told as a clock of 3.1 GHz would make them."""
+    print(f"| goal (scalar clock {clock:.2f} GHz; ns as at 3.1 GHz) | ns, at most | x plain, at least | x peer, at least | |")
+    print("|---|---|---|---|---|")
+    for what, row, most, plain, peer, times in GOALS:
+        forms = rows.get(row, {})
+        best = next((forms[f] for f in ("AVX3", "NEON", "AVX2", "SSE4", "counts") if f in forms), None)
+        if best is None:
+            continue
+        met, cells = True, []
+        for form, limit in most.items():
+            if form in forms:
+                ns = forms[form] * 1e9 * clock / 3.1
+                met = met and ns <= limit
+                cells.append(f"{ns:.2f} ({limit:.2f})")
+        ratios = []
+        other = peer and (rows.get(peer[1:], {}).get("AVX3") if peer[0] == "=" else forms.get(peer[1:]))
+        for against, limit in ((forms.get("plain") if plain else None, plain), (other, times)):
+            if against:
+                met = met and against / best >= limit
+            ratios.append(f"{against / best:.2f} ({limit:.2g})" if against else "")
+        size = row.rpartition("/")[2] if row.endswith((SMALL, LARGE)) else ""
+        print(f"| {what} {size} | {'; '.join(cells)} | {ratios[0]} | {ratios[1]} | {'met' if met else '**missed**'} |")
 
 
 def main(path):
     with open(path) as file:
         run = json.load(file)
-    rows, peers, others = {}, {}, []
-    for b in run["benchmarks"]:
-        if b.get("aggregate_name", "min") != "min" or b.get("run_type") == "aggregate" and b["aggregate_name"] != "min":
-            continue
-        name = b["run_name"]
-        head, _, form = name.rpartition("/")
-        if "px" in b and form in FORMS:
-            rows.setdefault(head, {})[form] = b["px"] * 1e9
-        elif "px" in b:
-            peers[name] = b["px"] * 1e9
-        elif b.get("run_type") != "aggregate":
-            others.append(b)
+    rows, others = read(run)
     context = run["context"]
+    clock = 1e-9 / rows.pop("clock", {}).get("cycle", 1e-9 / 3.1)
     print(f"Run on {context['date'][:10]}: {context['num_cpus']} x {context['mhz_per_cpu']} MHz; "
           + "; ".join(f"{key} {value}" for key, value in context.items()
-                      if key in ("compiler", "flags", "vector form", "cpu")) + "\n")
-    print("| kernel, ns a pixel | " + " | ".join("AVX-512" if f == "AVX3" else f for f in FORMS[:4]) + " |")
-    print("|---|" + "---|" * 4)
-    for head, forms in rows.items():
-        print(f"| {head} | " + " | ".join(f"{forms[f]:.2f}" if f in forms else "" for f in FORMS[:4]) + " |")
-    print("\n| peer or bound, ns a pixel | |\n|---|---|")
-    for name, value in peers.items():
-        print(f"| {name} | {value:.3f} |")
+                      if key in ("compiler", "flags", "simd", "cpu")) + "\n")
+    goals(rows, clock)
+    shown = [f for f in FORMS if any(f in forms for forms in rows.values())]
+    print("\n| kernel, ns a pixel | " + " | ".join(SHOWN.get(f, f) for f in shown) + " | peers and bounds |")
+    print("|---|" + "---|" * (len(shown) + 1))
+    for kernel, forms in sorted(rows.items()):
+        peers = "; ".join(f"{name} {value * 1e9:.3g}" for name, value in forms.items() if name not in FORMS)
+        print(f"| {kernel} | " + " | ".join(f"{forms[f] * 1e9:.2f}" if f in forms else "" for f in shown)
+              + f" | {peers} |")
     print("\n| whole | time | |\n|---|---|---|")
-    best = {}
-    for b in others:
-        if b["name"] not in best or b["real_time"] < best[b["name"]]["real_time"]:
-            best[b["name"]] = b
-    for name, b in best.items():
+    for name, b in sorted(others.items()):
         known = ("name", "run_name", "run_type", "repetitions", "repetition_index", "threads", "iterations",
                  "real_time", "cpu_time", "time_unit", "family_index", "per_family_instance_index", "label")
         counters = ", ".join(f"{key} {value:.4g}" for key, value in b.items()
