@@ -452,7 +452,8 @@ bool tqcam_cap_set_callback_on_error(tqcam_dev_t *dev, tqcam_on_cap_error_t fn)
 bool tqcam_cap_start(tqcam_dev_t *dev)
 {
     ApiGuard guard(dev);
-    if (!guard || !dev->priv->ll.priv) {
+    // A reset of the link takes the state away and brings another, at any time.
+    if (!guard || !std::atomic_ref<void *>(dev->priv->ll.priv).load(std::memory_order_relaxed)) {
         LOG_ERROR("[%s] Device handler Is NULL!\r\n");
         return false;
     }

@@ -151,6 +151,8 @@ bool usb_ll_cap_stop(tqcam_ll_dev_t *dev)
 
 void usb_ll_cap_abort(tqcam_ll_dev_t *dev)
 {
-    if (usb_ll_priv_t *priv = usb_priv(dev))
+    if (usb_ll_priv_t *priv = usb_priv_hold(dev)) {
         priv->stop = 1;
+        usb_priv_drop(priv);
+    }
 }

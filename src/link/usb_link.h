@@ -2,6 +2,10 @@
 //
 // lock serialises commands, capture start and stop, and closing. The event thread never takes it, so that
 // completions proceed while a command waits for its own. Words that both sides touch are relaxed atomics.
+//
+// A reset of the USB interface closes the link and opens it again while other threads may use it. Whoever
+// uses the private state holds it therefore, and the last to let go frees it: a command that waited for the
+// lock of a state that was closed meanwhile finds it unusable and fails.
 #pragma once
 
 #include <array>
@@ -60,25 +64,34 @@ struct usb_ll_priv_t {
     relaxed_t<uint32_t> in_flight;     // commands that libusb still holds
     relaxed_t<uint32_t> errors_in_row; // failed ring transfers since the last good one
     pthread_mutex_t lock;
+    int holders; // usb_open.cpp
 };
 
+// The state of a record whose link is kept open: by its lock, or because a transfer is under way.
 inline usb_ll_priv_t *usb_priv(const tqcam_ll_dev_t *dev)
 {
-    return static_cast<usb_ll_priv_t *>(dev->priv);
+    std::atomic_ref<void *> word(const_cast<tqcam_ll_dev_t *>(dev)->priv);
+    return static_cast<usb_ll_priv_t *>(word.load(std::memory_order_relaxed));
 }
+
+// The record's state, which stands until it is dropped; nullptr when the link is closed.
+usb_ll_priv_t *usb_priv_hold(tqcam_ll_dev_t *dev);
+void usb_priv_drop(usb_ll_priv_t *priv);
 
 // Holds lock for one operation and says whether the device is usable in it.
 class UsbOperation {
   public:
-    explicit UsbOperation(tqcam_ll_dev_t *dev) : priv_(usb_priv(dev))
+    explicit UsbOperation(tqcam_ll_dev_t *dev) : priv_(usb_priv_hold(dev))
     {
         if (priv_)
             pthread_mutex_lock(&priv_->lock);
     }
     ~UsbOperation()
     {
-        if (priv_)
-            pthread_mutex_unlock(&priv_->lock);
+        if (!priv_)
+            return;
+        pthread_mutex_unlock(&priv_->lock);
+        usb_priv_drop(priv_);
     }
     UsbOperation(const UsbOperation &) = delete;
     UsbOperation &operator=(const UsbOperation &) = delete;
@@ -87,11 +100,7 @@ class UsbOperation {
     {
         return priv_ && priv_->ctx && priv_->handle && priv_->exit.load(std::memory_order_relaxed) == 0;
     }
-    void release() // for an operation that goes on without the lock
-    {
-        pthread_mutex_unlock(&priv_->lock);
-        priv_ = nullptr;
-    }
+    usb_ll_priv_t *priv() const { return priv_; }
 
   private:
     usb_ll_priv_t *priv_;
@@ -100,7 +109,6 @@ class UsbOperation {
 // usb_open.cpp
 extern relaxed_t<int> usb_log_level; // libusb's level for contexts created from here on
 int usb_ll_dev_list(tqcam_ll_dev_t *list, int max);
-bool _parse_usb_dev_desc(tqcam_ll_dev_t *dev, libusb_device *device);
 tqcam_ll_dev_t *usb_ll_dev_open(tqcam_ll_dev_t *dev);
 tqcam_ll_dev_t *usb_ll_dev_open_by_fd(tqcam_ll_dev_t *dev, int fd);
 tqcam_ll_dev_t *_usb_ll_dev_open(tqcam_ll_dev_t *dev);

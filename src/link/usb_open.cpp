@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <mutex>
 #include <new>
 #include <sys/prctl.h>
 #include <unistd.h>
@@ -18,7 +19,37 @@ static bool _is_ours(const libusb_device_descriptor &desc)
     return desc.idVendor == USB_ID_VENDOR && desc.idProduct == USB_ID_PRODUCT && desc.bNumConfigurations != 0;
 }
 
-bool _parse_usb_dev_desc(tqcam_ll_dev_t *dev, libusb_device *device)
+// Guards the pointers of all records to their states, and the counts of holders.
+static std::mutex _hold_lock;
+
+usb_ll_priv_t *usb_priv_hold(tqcam_ll_dev_t *dev)
+{
+    std::lock_guard<std::mutex> guard(_hold_lock);
+    usb_ll_priv_t *priv = usb_priv(dev);
+    if (priv)
+        priv->holders++;
+    return priv;
+}
+
+void usb_priv_drop(usb_ll_priv_t *priv)
+{
+    {
+        std::lock_guard<std::mutex> guard(_hold_lock);
+        if (--priv->holders > 0)
+            return;
+    }
+    pthread_mutex_destroy(&priv->lock);
+    delete priv;
+}
+
+static void _priv_set(tqcam_ll_dev_t *dev, usb_ll_priv_t *priv)
+{
+    std::lock_guard<std::mutex> guard(_hold_lock);
+    std::atomic_ref<void *>(dev->priv).store(priv, std::memory_order_relaxed);
+}
+
+// Chooses interface and endpoints, and notes them in priv unless that is NULL.
+static bool _parse_usb_dev_desc(usb_ll_priv_t *priv, libusb_device *device)
 {
     libusb_config_descriptor *config = nullptr;
     if (libusb_get_config_descriptor(device, 0, &config) != 0)
@@ -35,7 +66,7 @@ bool _parse_usb_dev_desc(tqcam_ll_dev_t *dev, libusb_device *device)
             continue;
         }
         chosen = true;
-        if (usb_ll_priv_t *priv = usb_priv(dev)) {
+        if (priv) {
             const bool first_is_in = (first & LIBUSB_ENDPOINT_IN) != 0;
             priv->ep_din = first_is_in ? first : second;
             priv->ep_dout = first_is_in ? second : first;
@@ -94,7 +125,7 @@ int usb_ll_dev_list(tqcam_ll_dev_t *list, int max)
         _address_of(devices[i], &usb);
         LOG_TRACE("[%s][%02d] %04x:%04x @ %03d:%03d:%03d\n", static_cast<int>(i), desc.idVendor,
                   desc.idProduct, usb.bus, usb.port, usb.addr);
-        if (!_is_ours(desc) || !_parse_usb_dev_desc(&record, devices[i]))
+        if (!_is_ours(desc) || !_parse_usb_dev_desc(nullptr, devices[i]))
             continue;
         libusb_device_handle *handle = nullptr;
         r = libusb_open(devices[i], &handle);
@@ -123,10 +154,8 @@ int usb_ll_dev_list(tqcam_ll_dev_t *list, int max)
     std::exit(status);
 }
 
-static void _usb_ll_dev_priv_alloc(tqcam_ll_dev_t *dev)
+static usb_ll_priv_t *_usb_ll_dev_priv_alloc(tqcam_ll_dev_t *dev)
 {
-    if (dev->priv)
-        return;
     auto *priv = new (std::nothrow) usb_ll_priv_t();
     if (!priv)
         _die(__func__, "[%s]malloc failed\n", -2);
@@ -142,14 +171,13 @@ static void _usb_ll_dev_priv_alloc(tqcam_ll_dev_t *dev)
     }
     if (pthread_mutex_init(&priv->lock, nullptr) != 0)
         _die(__func__, "[%s]pthread_mutex_init failed\n", -1);
-    dev->priv = priv;
+    priv->holders = 1;
+    return priv;
 }
 
-static void _priv_free(tqcam_ll_dev_t *dev)
+// What belongs to libusb goes at once, the rest with the last holder.
+static void _priv_free(usb_ll_priv_t *priv)
 {
-    usb_ll_priv_t *priv = usb_priv(dev);
-    if (!priv)
-        return;
     for (int i = 0; i < USB_RING; i++) {
         // A transfer that libusb would not give back is better lost than freed under it.
         if (priv->bufs[i]->issued)
@@ -158,9 +186,11 @@ static void _priv_free(tqcam_ll_dev_t *dev)
             libusb_free_transfer(priv->trans[i]);
         delete priv->bufs[i];
     }
-    pthread_mutex_destroy(&priv->lock);
-    delete priv;
-    dev->priv = nullptr;
+    // A transfer holds its device, and so went before the context.
+    if (priv->ctx)
+        libusb_exit(priv->ctx);
+    priv->ctx = nullptr;
+    usb_priv_drop(priv);
 }
 
 static void _ll_event_loop(usb_ll_priv_t *priv)
@@ -188,19 +218,18 @@ static void _ll_event_loop(usb_ll_priv_t *priv)
     LOG_DEBUG("[%s]Exit ll event loop...\n");
 }
 
-static void *_usb_ll_evt_thread(void *dev)
+static void *_usb_ll_evt_thread(void *priv)
 {
     prctl(PR_SET_NAME, "LLUSBEvtLoop");
     LOG_DEBUG("[%s]enter\n");
-    _ll_event_loop(usb_priv(static_cast<tqcam_ll_dev_t *>(dev)));
+    _ll_event_loop(static_cast<usb_ll_priv_t *>(priv));
     LOG_DEBUG("[%s]exit\n");
     return nullptr;
 }
 
 // Is this the device that the record asks for, and can it be opened? Stores what the record did not know.
-static bool _try_device(tqcam_ll_dev_t *dev, libusb_device *device, int index)
+static bool _try_device(tqcam_ll_dev_t *dev, usb_ll_priv_t *priv, libusb_device *device, int index)
 {
-    usb_ll_priv_t *priv = usb_priv(dev);
     tqcam_usb_addr_t &wanted = dev->address.usb;
     libusb_device_descriptor desc;
     if (libusb_get_device_descriptor(device, &desc) != 0) {
@@ -212,7 +241,7 @@ static bool _try_device(tqcam_ll_dev_t *dev, libusb_device *device, int index)
     if (dev->inited)
         LOG_AS(0, "TRC", "_usb_ll_dev_open", "[%s][%d] %04x:%04x (speed=%d) @ %03d:%03d:%03d\n", index,
                desc.idVendor, desc.idProduct, found.speed, found.bus, found.port, found.addr);
-    if (!_is_ours(desc) || !_parse_usb_dev_desc(dev, device))
+    if (!_is_ours(desc) || !_parse_usb_dev_desc(priv, device))
         return false;
     int r;
     if (dev->inited) {
@@ -256,62 +285,96 @@ static bool _try_device(tqcam_ll_dev_t *dev, libusb_device *device, int index)
     return true;
 }
 
+// Nothing may be with libusb when the transfers are freed: they are cancelled while the event thread still
+// runs their completions, and what is left is collected here once that thread is gone.
+static bool _all_returned(const usb_ll_priv_t *priv)
+{
+    for (const usb_ll_rx_buf_t *buf : priv->bufs)
+        if (buf->issued)
+            return false;
+    return priv->in_flight == 0;
+}
+
+// With the lock held, unless the record doesn't know of the state yet.
+static void _shut(tqcam_ll_dev_t *dev, usb_ll_priv_t *priv)
+{
+    priv->stop = 1;
+    if (priv->thread_started) {
+        usb_ring_cancel(dev, "usb_ll_dev_close");
+        for (int ms = 0; ms < 1000 && priv->running && !_all_returned(priv); ms++)
+            usleep(1000);
+        LOG_AS(1, "DBG", "usb_ll_dev_close", "[%s]stop evt thread...\n");
+        priv->exit = 1;
+        libusb_interrupt_event_handler(priv->ctx);
+        pthread_join(priv->thread, nullptr);
+        priv->thread_started = false;
+    }
+    for (int tries = 0; tries < 20 && !_all_returned(priv); tries++) {
+        timeval wait = {0, 50000};
+        libusb_handle_events_timeout_completed(priv->ctx, &wait, nullptr);
+    }
+    libusb_release_interface(priv->handle, 0);
+    libusb_release_interface(priv->handle, 1);
+    libusb_close(priv->handle);
+    priv->handle = nullptr;
+    _priv_set(dev, nullptr);
+    _priv_free(priv);
+}
+
 tqcam_ll_dev_t *_usb_ll_dev_open(tqcam_ll_dev_t *dev)
 {
     if (!dev || (dev->address.if_type != TQCAM_IF_USB && dev->address.if_type != TQCAM_IF_ANY))
         return nullptr;
-    _usb_ll_dev_priv_alloc(dev);
-    usb_ll_priv_t *priv = usb_priv(dev);
-    if (!priv->ctx) {
-        LOG_DEBUG("[%s] create usb context\n");
-        const int r = libusb_init(&priv->ctx);
-        if (r != 0) {
-            LOG_ERROR("[%s] create usb context failed: %s\n", libusb_error_name(r));
-            priv->ctx = nullptr;
-            _priv_free(dev);
-            return nullptr;
-        }
-        libusb_set_option(priv->ctx, LIBUSB_OPTION_LOG_LEVEL, static_cast<int>(usb_log_level));
+    if (usb_priv(dev)) // open
+        return dev;
+    usb_ll_priv_t *priv = _usb_ll_dev_priv_alloc(dev);
+    LOG_DEBUG("[%s] create usb context\n");
+    int r = libusb_init(&priv->ctx);
+    if (r != 0) {
+        LOG_ERROR("[%s] create usb context failed: %s\n", libusb_error_name(r));
+        priv->ctx = nullptr;
+        _priv_free(priv);
+        return nullptr;
     }
+    libusb_set_option(priv->ctx, LIBUSB_OPTION_LOG_LEVEL, static_cast<int>(usb_log_level));
     libusb_device **devices = nullptr;
     const ssize_t n = libusb_get_device_list(priv->ctx, &devices);
     if (n < 0) {
         LOG_ERROR("[%s]  enum libusb device failed: %d \n", static_cast<int>(n));
-        libusb_context *ctx = priv->ctx;
-        _priv_free(dev);
-        libusb_exit(ctx);
+        _priv_free(priv);
         return nullptr;
     }
     LOG_TRACE("[%s]  %d usb device found \n", static_cast<int>(n));
     bool opened = false;
     for (ssize_t i = 0; i < n && !opened; i++)
-        opened = _try_device(dev, devices[i], static_cast<int>(i));
+        opened = _try_device(dev, priv, devices[i], static_cast<int>(i));
     libusb_free_device_list(devices, 1);
     if (!opened) {
-        libusb_context *ctx = priv->ctx;
-        _priv_free(dev);
-        libusb_exit(ctx);
+        _priv_free(priv);
         return nullptr;
     }
 
-    dev->address.if_type = TQCAM_IF_USB;
+    if (dev->address.if_type != TQCAM_IF_USB) // else other threads may read it
+        dev->address.if_type = TQCAM_IF_USB;
     libusb_set_auto_detach_kernel_driver(priv->handle, 1);
-    const int r = libusb_claim_interface(priv->handle, priv->inf_idx);
+    r = libusb_claim_interface(priv->handle, priv->inf_idx);
     if (r != 0) {
         LOG_ERROR("[%s]libusb_claim_interface %d failed: %s\n", priv->inf_idx, libusb_error_name(r));
-        usb_ll_dev_close(dev);
+        _shut(dev, priv);
         return nullptr;
     }
     priv->running = 0;
     priv->exit = 0;
     priv->stop = 1;
-    if (pthread_create(&priv->thread, nullptr, _usb_ll_evt_thread, dev) != 0) {
+    if (pthread_create(&priv->thread, nullptr, _usb_ll_evt_thread, priv) != 0) {
         LOG_ERROR("[%s] create evt thread failed\n");
-        usb_ll_dev_close(dev);
+        _shut(dev, priv);
         return nullptr;
     }
     priv->thread_started = true;
-    dev->ops = &usb_ll_ops;
+    if (dev->ops != &usb_ll_ops)
+        dev->ops = &usb_ll_ops;
+    _priv_set(dev, priv);
     return dev;
 }
 
@@ -325,53 +388,19 @@ tqcam_ll_dev_t *usb_ll_dev_open_by_fd(tqcam_ll_dev_t *dev, int)
     return _usb_ll_dev_open(dev);
 }
 
-// Nothing may be with libusb when the transfers are freed: they are cancelled while the event thread still
-// runs their completions, and what is left is collected here once that thread is gone.
-static bool _all_returned(const usb_ll_priv_t *priv)
-{
-    for (const usb_ll_rx_buf_t *buf : priv->bufs)
-        if (buf->issued)
-            return false;
-    return priv->in_flight == 0;
-}
-
 void usb_ll_dev_close(tqcam_ll_dev_t *dev)
 {
     if (!dev || dev->address.if_type != TQCAM_IF_USB)
         return;
-    usb_ll_priv_t *priv = usb_priv(dev);
-    if (!priv || !priv->ctx || !priv->handle) {
+    if (usb_ll_priv_t *priv = usb_priv_hold(dev)) {
+        priv->closing = 1; // before the wait for the lock
+        usb_priv_drop(priv);
+    }
+    UsbOperation operation(dev);
+    if (operation.usable())
+        _shut(dev, operation.priv());
+    else
         LOG_WARN("[%s]device no need to closed!\n");
-        return;
-    }
-    priv->closing = 1;
-    pthread_mutex_lock(&priv->lock);
-    priv->stop = 1;
-    usb_ring_cancel(dev, __func__);
-    if (priv->thread_started) {
-        for (int ms = 0; ms < 1000 && priv->running && !_all_returned(priv); ms++)
-            usleep(1000);
-        if (priv->exit.load(std::memory_order_relaxed) == 0) {
-            LOG_DEBUG("[%s]stop evt thread...\n");
-            priv->exit = 1;
-            libusb_interrupt_event_handler(priv->ctx);
-            pthread_join(priv->thread, nullptr);
-            priv->thread_started = false;
-        }
-    }
-    for (int tries = 0; tries < 20 && !_all_returned(priv); tries++) {
-        timeval wait = {0, 50000};
-        libusb_handle_events_timeout_completed(priv->ctx, &wait, nullptr);
-    }
-    libusb_release_interface(priv->handle, 0);
-    libusb_release_interface(priv->handle, 1);
-    libusb_close(priv->handle);
-    libusb_context *ctx = priv->ctx;
-    priv->ctx = nullptr;
-    priv->handle = nullptr;
-    pthread_mutex_unlock(&priv->lock);
-    _priv_free(dev); // a transfer holds its device, and so must go before the context
-    libusb_exit(ctx);
 }
 
 bool usb_ll_dev_reset(tqcam_ll_dev_t *dev, uint8_t target)
@@ -389,9 +418,9 @@ bool usb_ll_dev_reset(tqcam_ll_dev_t *dev, uint8_t target)
         LOG_TRACE("[%s]Reset usb if (timeout = %d ms) ...\n", 3000);
         usb_ll_exe_cmd(dev, true, USB_CMD_DEVICE, USB_DEV_RESET, &payload, sizeof payload,
                        USB_CMD_TIMEOUT_MS);
+        _shut(dev, operation.priv()); // in the same lock: of two resets at once only one goes on
     }
     // The device drops off the bus and comes back on the same port with another address.
-    usb_ll_dev_close(dev);
     dev->address.usb.addr = 255;
     bool back = false;
     for (int tries = 0; tries < 15 && !back; tries++) {

@@ -96,6 +96,14 @@ static Pending _answer(libusb_transfer *transfer)
     const int room = transfer->length - LIBUSB_CONTROL_SETUP_SIZE;
     const bool out = setup[0] == 0x22;
     const auto value = static_cast<uint16_t>(setup[2] | setup[3] << 8);
+    if (peer.script.empty() && peer.agrees && (out || setup[1] == 0xB0)) {
+        static uint8_t record[3];
+        if (out)
+            record[1] = setup[1], record[2] = setup[2];
+        else
+            std::copy_n(record, 3, data);
+        return {transfer, true, LIBUSB_TRANSFER_COMPLETED, room};
+    }
     if (peer.script.empty() && peer.busy_forever && !out && setup[1] == 0xB0) {
         data[0] = 0xFE;
         data[1] = 0xC0;

@@ -19,6 +19,7 @@ struct Peer {
     std::deque<PeerStep> script;
     bool busy_forever = false; // every status read beyond the script answers "busy"
     bool silent = false;       // no transfer completes by itself
+    bool agrees = false;       // whatever is written beyond the script is right
     int bulk_out_error = 0;    // of the submit
 };
 

@@ -306,4 +306,27 @@ TEST_F(UsbLink, ResetOfTheInterfaceFindsTheDeviceAgain)
     EXPECT_FALSE(log.has("reopen device failed"));
 }
 
+// The reset takes the link away from the other threads, of which one may reset as well, and gives them
+// another.
+TEST_F(UsbLink, ResetOfTheInterfaceWhileOthersUseTheLink)
+{
+    open();
+    peer.agrees = true;
+    std::atomic<bool> ended{false};
+    std::atomic<int> worked{0};
+    std::vector<std::jthread> threads;
+    for (int i = 0; i < 4; i++)
+        threads.emplace_back([&] {
+            for (const uint32_t value = 1; !ended; usb_ll_ops.cap_abort(&dev))
+                worked += usb_ll_ops.reg_write(&dev, 1, 2, &value, 1);
+        });
+    threads.emplace_back([&] { usb_ll_ops.dev_reset(&dev, 3); });
+    for (int i = 0; i < 3; i++) {
+        usb_ll_ops.dev_reset(&dev, 3);
+        worked = 0;
+        EXPECT_TRUE(eventually([&] { return worked > 0; }));
+    }
+    ended = true;
+}
+
 } // namespace
