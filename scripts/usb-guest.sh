@@ -46,7 +46,7 @@ deps_build="usbip iproute2" deps build # what a user of the virtual camera has
 [ -n "${BUILD:-}" ] || {
     deps build
     [ -f build/release/build.ninja ] || cmake --preset release >/dev/null
-    ninja -C build/release -j "${JOBS:-2}" tqcam-cli tqcam-sim usb_guest_checks uml_xstate
+    ninja -C build/release -j "${JOBS:-2}" tqcam-cli tqcam-sim usb_guest_checks
 }
 work=$(mktemp -d "${TMPDIR:-/tmp}/tqcam-guest-XXXXXX")
 trap 'rm -rf "$work"' EXIT
@@ -87,10 +87,11 @@ perl -e 'syscall(169, 0xfee1dead, 672274793, 0x4321fedc, 0)' # power off
 EOF
 chmod +x "$work/init"
 head -c 256 /dev/urandom >"$work/seed"
+g++ -std=c++20 -O1 -shared -fPIC -o "$work/xstate.so" scripts/usb-guest-xstate.cpp -ldl
 start=$SECONDS
 # One processor: the guest hands over between its processes all the time.
 pin=$(command -v taskset >/dev/null && echo "taskset -c $(taskset -pc $$ | sed 's/.*[:,-] *//')" || true)
-$pin timeout "${GUEST_SECONDS:-600}" env LD_PRELOAD="$build/tests/libuml_xstate.so" "$kernel" mem=640M quiet loglevel=1 rootfstype=hostfs rootflags=/ ro \
+$pin timeout "${GUEST_SECONDS:-600}" env LD_PRELOAD="$work/xstate.so" "$kernel" mem=640M quiet loglevel=1 rootfstype=hostfs rootflags=/ ro \
     con=null con0=null,fd:1 init="$work/init" </dev/null 2>&1 | sed -u 's/\r//' | tee "$work/out" || true
 echo "guest: $((SECONDS - start)) s"
 if grep -q '^guest: code 0$' "$work/out"; then

@@ -7,4 +7,3 @@ target_sources(test_usb PRIVATE ${dir}/scripted_peer.cpp
 add_executable(usb_guest_checks ${dir}/guest/guest_checks.cpp)
 target_include_directories(usb_guest_checks PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(usb_guest_checks PRIVATE tqcam GTest::gtest_main tqcam_flags)
-add_library(uml_xstate SHARED ${dir}/guest/uml_xstate.cpp)

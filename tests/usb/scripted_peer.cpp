@@ -1,6 +1,7 @@
 #include "scripted_peer.h"
 
 #include <algorithm>
+#include <array>
 #include <chrono>
 #include <condition_variable>
 #include <gtest/gtest.h>
@@ -61,12 +62,6 @@ void peer_unplug(int status)
         _end(&p, status, 0);
 }
 
-size_t peer_steps_left()
-{
-    std::lock_guard<std::mutex> guard(g_mutex);
-    return peer.script.size();
-}
-
 void expect_status(uint8_t type, uint8_t value, uint8_t status, const std::string &message)
 {
     std::vector<uint8_t> record = {status, type, value};
@@ -96,17 +91,12 @@ static Pending _answer(libusb_transfer *transfer)
     const int room = transfer->length - LIBUSB_CONTROL_SETUP_SIZE;
     const bool out = setup[0] == 0x22;
     const auto value = static_cast<uint16_t>(setup[2] | setup[3] << 8);
-    if (peer.script.empty() && peer.agrees && (out || setup[1] == 0xB0)) {
+    if (peer.script.empty() && peer.beyond >= 0 && (out || setup[1] == 0xB0)) {
         static uint8_t record[3];
         if (out)
-            record[1] = setup[1], record[2] = setup[2];
+            std::copy_n(std::array{static_cast<uint8_t>(peer.beyond), setup[1], setup[2]}.data(), 3, record);
         else
             std::copy_n(record, 3, data);
-        return {transfer, true, LIBUSB_TRANSFER_COMPLETED, room};
-    }
-    if (peer.script.empty() && peer.busy_forever && !out && setup[1] == 0xB0) {
-        data[0] = 0xFE;
-        data[1] = 0xC0;
         return {transfer, true, LIBUSB_TRANSFER_COMPLETED, room};
     }
     if (peer.script.empty() || transfer->type != LIBUSB_TRANSFER_TYPE_CONTROL) {

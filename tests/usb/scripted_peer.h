@@ -17,10 +17,9 @@ struct PeerStep {
 
 struct Peer {
     std::deque<PeerStep> script;
-    bool busy_forever = false; // every status read beyond the script answers "busy"
-    bool silent = false;       // no transfer completes by itself
-    bool agrees = false;       // whatever is written beyond the script is right
-    int bulk_out_error = 0;    // of the submit
+    bool silent = false;    // no transfer completes by itself
+    int beyond = -1;        // status of every command written beyond the script
+    int bulk_out_error = 0; // of the submit
 };
 
 extern Peer peer;
@@ -29,7 +28,6 @@ size_t peer_waiting(); // transfers with the peer
 // Completes the oldest waiting bulk IN transfer; false when none waits.
 bool peer_bulk_in(int status, const std::vector<uint8_t> &data);
 void peer_unplug(int status); // every waiting transfer ends so, and no other is taken
-size_t peer_steps_left();
 
 // Steps of a command as the link runs it: the write or read, then the status read that confirms it.
 void expect_write(uint8_t type, uint16_t value, std::vector<uint8_t> payload, uint8_t status = 0);

