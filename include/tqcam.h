@@ -227,8 +227,8 @@ TQCAM_API void tqcam_dev_close(tqcam_dev_t *dev);
 TQCAM_API tqcam_dev_info_t *tqcam_dev_get_info(tqcam_dev_t *dev, tqcam_dev_info_t *info);
 
 /* Resets a part of the device: target 0 to 8; 3 is the USB interface, after which the device comes back with
- * a new address: a capture ends there, and calls of other threads fail meanwhile. Returns the link's answer, false for other targets;
- * for target 3 false is not a failure. */
+ * a new address: a capture ends there, and calls of other threads fail meanwhile. Returns the link's answer,
+ * false for other targets; for target 3 false is not a failure. */
 TQCAM_API bool tqcam_dev_reset(tqcam_dev_t *dev, int target);
 
 /* ---- Parameters and registers ------------------------------------------------------------------------- */
