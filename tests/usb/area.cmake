@@ -7,3 +7,13 @@ target_sources(test_usb PRIVATE ${dir}/scripted_peer.cpp
 add_executable(usb_guest_checks ${dir}/guest/guest_checks.cpp)
 target_include_directories(usb_guest_checks PRIVATE ${CMAKE_CURRENT_SOURCE_DIR})
 target_link_libraries(usb_guest_checks PRIVATE tqcam GTest::gtest_main tqcam_flags)
+
+# The real libusb on an emulated usbfs. Its library stands in for the C library's calls and so must be the first
+# that the program meets, where the sanitizers would stand.
+pkg_check_modules(UMOCKDEV IMPORTED_TARGET umockdev-1.0)
+if(UMOCKDEV_FOUND AND NOT TQCAM_SANITIZE)
+  add_executable(test_usbfs ${dir}/usbfs/usbfs_checks.cpp)
+  target_link_options(test_usbfs PRIVATE -Wl,--no-as-needed,-l:libumockdev-preload.so.0)
+  target_link_libraries(test_usbfs PRIVATE test_support PkgConfig::UMOCKDEV)
+  gtest_discover_tests(test_usbfs TEST_PREFIX "usb." DISCOVERY_MODE PRE_TEST PROPERTIES LABELS usb TIMEOUT 60)
+endif()
