@@ -128,8 +128,9 @@ TEST_F(Capture, FrameCallback)
         const auto *bytes = static_cast<const uint8_t *>(frame->frame_data);
         heard.insert(heard.end(), {frame->frame_info.frame_idx, static_cast<int>(size), bytes[0],
                                    bytes[std::min<uint32_t>(size, 0x400000) - 1]});
-        if (heard.size() == 4) // one within another
+        if (heard.size() == 4) { // one within another
             EXPECT_EQ(tqcam_cap_get_frame(dev, nullptr, 0, nullptr), 1);
+        }
     });
     start();
     cam.send_frame(7);
