@@ -20,7 +20,11 @@ struct FakeCamera : camera_params_t {
     int frames_on_start = 0;
     int slow_rounds = 0; // so often the camera is slow; with more than five to go a reset loses it
     uint32_t meta_intg_us = 0;
-    std::function<int(void *dst, uint32_t dst_size, int kind)> decode;
+    std::function<int(void *dst, uint32_t dst_size, int kind)> decode = [](void *dst, uint32_t size,
+                                                                           int kind) {
+        memset(dst, 100 + kind, size);
+        return static_cast<int>(size);
+    };
     tqcam_drv_ops_t ops = drv_ops; // the driver's table, once open
 
     std::atomic<tqcam_ll_rx_cb_t> rx{nullptr}; // of the run; its argument is the handle

@@ -10,10 +10,6 @@ struct InState {
     explicit InState(int state)
     {
         cam.set_words(TQCAM_PARAM_FPS, {1000});
-        cam.decode = [](void *dst, uint32_t size, int) {
-            memset(dst, 1, size);
-            return static_cast<int>(size);
-        };
         cam.dev.inited = state == LISTED;
         bool ok = state < OPENED || cam.open();
         if (state >= IDLE)
