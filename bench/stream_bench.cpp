@@ -79,6 +79,12 @@ void BM_stream_hash16(benchmark::State &state)
         benchmark::DoNotOptimize(tq_stream_hash16(src, static_cast<int32_t>(n), 0));
     });
 }
+void BM_stream_hash16_plain(benchmark::State &state)
+{
+    over_frame(state, [](uint8_t *, const uint8_t *src, size_t n) {
+        benchmark::DoNotOptimize(stream_hash16_plain(src, n, 0));
+    });
+}
 // The peer of the hash: two sums as well, of another modulus.
 void BM_zlib_adler32(benchmark::State &state)
 {
@@ -105,6 +111,7 @@ void BM_stream_copy_sum32(benchmark::State &state)
 }
 BENCHMARK(BM_memcpy)->Arg(34)->Arg(153600)->Arg(FRAME)->Arg(6 << 20);
 BENCHMARK(BM_stream_hash16)->Arg(34)->Arg(153600)->Arg(FRAME)->Arg(6 << 20);
+BENCHMARK(BM_stream_hash16_plain)->Arg(6 << 20);
 BENCHMARK(BM_zlib_adler32)->Arg(FRAME)->Arg(6 << 20);
 BENCHMARK(BM_stream_copy_sum32)->Arg(FRAME)->Arg(6 << 20);
 BENCHMARK(BM_stream_sum32)->Arg(153600)->Arg(FRAME)->Arg(6 << 20);
