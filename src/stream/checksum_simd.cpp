@@ -57,6 +57,12 @@ uint16_t Hash16(const uint8_t *bytes, size_t len, uint32_t seed)
     const size_t lanes = hn::Lanes(d8);
     if (len < 4 * lanes)
         return stream_hash16_plain(bytes, len, seed);
+    if (len >= 64 * lanes) { // vectors across two lines of the cache cost more than a few bytes
+        const size_t head = static_cast<size_t>(-reinterpret_cast<uintptr_t>(bytes)) % lanes;
+        seed = stream_hash16_plain(bytes, head, seed);
+        bytes += head;
+        len -= head;
+    }
     uint64_t a = seed & 0xFF, b = (seed >> 8) & 0xFF;
     const V16 low = hn::Set(d16, uint16_t{0xFF}), one = hn::Set(d16, uint16_t{1});
     const V16 even_weights = hn::Add(hn::Iota(d16, uint16_t{0}), hn::Iota(d16, uint16_t{0}));
