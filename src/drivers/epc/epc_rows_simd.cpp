@@ -109,7 +109,8 @@ template <int shift> HWY_INLINE size_t DistPixels(const epc_row_t &row, const ep
 void DistRow(const epc_row_t &row, const epc_dist_t &d)
 {
     const size_t done = d.shift ? DistPixels<4>(row, d) : DistPixels<0>(row, d);
-    epc_dist_row_plain(RestOf(row, done), d);
+    if (done < row.n)
+        epc_dist_row_plain(RestOf(row, done), d);
 }
 
 // Indices become what stands there. A pass of its own: what was just stored as a vector is slow to come back
@@ -139,7 +140,8 @@ template <int shift> HWY_INLINE size_t GlobalPixels(const epc_row_t &row, const 
 void GlobalRow(const epc_row_t &row, const epc_dist_t &d)
 {
     const size_t done = d.shift ? GlobalPixels<4>(row, d) : GlobalPixels<0>(row, d);
-    epc_global_row_plain(RestOf(row, done), d);
+    if (done < row.n)
+        epc_global_row_plain(RestOf(row, done), d);
 }
 
 // What turns a phase into whole millimetres by the line of its pixel.
