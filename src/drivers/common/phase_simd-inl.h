@@ -27,13 +27,13 @@ template <class DF, class VF> HWY_INLINE auto AtanEntry(DF df, VF k)
     const hn::RebindToUnsigned<DF> du;
     const auto u = hn::Mul(k, hn::Set(df, 1.0f / 4096));
     const auto s = hn::Mul(u, u);
-    auto p = hn::Set(df, 0x1.71ea9p+5f);
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.9bb848p+7f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.c09254p+8f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.61d8e8p+9f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.038c08p+10f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, -0x1.b2ce78p+10f));
-    p = hn::Add(hn::Mul(p, s), hn::Set(df, 0x1.181d04p+10f));
+    // Pairs of terms beside each other: in one chain each step would wait for the last.
+    const auto z = hn::Mul(s, s);
+    const auto p01 = hn::Add(hn::Mul(hn::Set(df, -0x1.b2ce78p+10f), s), hn::Set(df, 0x1.181d04p+10f));
+    const auto p23 = hn::Add(hn::Mul(hn::Set(df, -0x1.61d8e8p+9f), s), hn::Set(df, 0x1.038c08p+10f));
+    const auto p45 = hn::Add(hn::Mul(hn::Set(df, -0x1.9bb848p+7f), s), hn::Set(df, 0x1.c09254p+8f));
+    auto p = hn::Add(hn::Mul(hn::Set(df, 0x1.71ea9p+5f), z), p45);
+    p = hn::Add(hn::Mul(hn::Add(hn::Mul(p, z), p23), z), p01);
     // What the entry has beyond k is the nearest to u p. From 2^23 on floats are whole numbers: the sum is
     // the entry, which stands in its lower bits.
     return hn::BitCast(du, hn::Add(hn::Add(k, hn::Set(df, 0x1.8p+23f)), hn::Mul(u, p)));
