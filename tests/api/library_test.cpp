@@ -21,25 +21,6 @@ TEST(Library, StartsOnceAndLogsToTheNamedFile)
     EXPECT_EQ(std::distance(std::filesystem::directory_iterator("."), {}), 2); // a.log and x
 }
 
-TEST(Library, PathFolders)
-{
-    const std::tuple<const char *, int, const char *, const char *> cases[] = {
-        {"a/b/", 0, "a/b", "a/b/b"},
-        {"c/d", 0, "c", "c/d"}, // a last name without separator is the beginning of file names
-        {"e\\f\\", 0, "e/f", "e\\f"},
-        {"file/x/", -1, "file", "file/x"},
-    };
-    TempDir dir;
-    std::ofstream("file") << "in the way";
-    for (const auto &[path, result, made, not_made] : cases) {
-        EXPECT_EQ(tqcam_path_set(path), result) << path;
-        EXPECT_TRUE(std::filesystem::exists(made) && !std::filesystem::exists(not_made)) << path;
-    }
-    tqcam_path_set(std::string(300, 'p').c_str());
-    tqcam_path_set(tqcam_path_get());
-    EXPECT_EQ(tqcam_path_get(), std::string(255, 'p'));
-}
-
 // What the log says of a URI: refused, or taken and then not opened (no such device).
 TEST(Library, Uris)
 {

@@ -26,31 +26,6 @@ TEST(CmapColor, MarkersAndRange)
         EXPECT_EQ(tq_cmap_get_color(&m, value), colour) << value;
 }
 
-TEST(CmapRgb, GrayIsLinearOverTheRange)
-{
-    std::vector<uint16_t> u16(65536);
-    std::vector<float> f32(65536);
-    for (int i = 0; i < 65536; i++)
-        f32[i] = u16[i] = (uint16_t)i;
-    const uint16_t ranges[][2] = {{0, 4000}, {500, 755}, {0, 65535}, {100, 101}, {300, 300}, {900, 100}};
-    Map m;
-    EXPECT_FALSE(tq_cmap_set_palette(&m, 64));
-    ASSERT_TRUE(tq_cmap_set_palette(&m, 35)); // linear
-    for (const auto [lo, hi] : ranges) {
-        std::vector<uint8_t> a(65536 * 3), b(65536 * 3);
-        ASSERT_EQ(tq_cmap_u16_to_rgb(&m, u16.data(), 65536, &a[0], &a[1], &a[2], 3, lo, hi, true), 0);
-        ASSERT_EQ(tq_cmap_f32_to_rgb(&m, f32.data(), 65536, &b[0], &b[65536], &b[131072], 1, lo, hi, false),
-                  0);
-        for (int i = 0; i < 65536; i++) {
-            const float want = i <= lo ? 0 : hi > lo ? 255.0f * (std::min<int>(i, hi) - lo) / (hi - lo) : 255;
-            for (int c = 0; c < 3; c++) {
-                ASSERT_NEAR(a[3 * i + c], want, want > 254 ? 1 : 0.51f) << lo << "-" << hi << " value " << i;
-                ASSERT_EQ(b[65536 * c + i], a[3 * i + c]) << lo << "-" << hi << " value " << i;
-            }
-        }
-    }
-}
-
 // Ranges that aren't any, and scales that don't fit the range any more, stay inside table and palette.
 TEST(Cmap, OddValuesAndRanges)
 {

@@ -29,43 +29,6 @@ std::vector<uint16_t> noise(size_t n, uint32_t lo = 0, uint32_t hi = 4095)
 using EpcDecode = OpenCamera<EpcCamera>;
 } // namespace
 
-// Simulated cameras without defects: rows in order, roles of the row pairs, bits of the word, both exposures.
-TEST_F(EpcDecode, ScenesComeOutTrue)
-{
-    const struct {
-        const char *chip;
-        uint32_t format, freq, intg2_us;
-        sim_scene_kind_t kind;
-        double distance_mm, median_mm, most_mm; // most: 95 % of the pixels
-    } cases[] = {
-        {"E5", 2, 12000000, 0, SIM_SCENE_ROOM, 3000, 2, 4},
-        {"E2", 2, 12000000, 300, SIM_SCENE_ROOM, 3000, 3, 30},
-        {"E2", 1, 12000000, 0, SIM_SCENE_ROOM, 3000, 3, 30},
-        {"E2", 4, 12000000, 0, SIM_SCENE_ROOM, 3000, 3, 30},
-        {"E2", 10, 12000000, 0, SIM_SCENE_WALL, 3000, 3, 8},
-        {"E2", 2, 12000000, 0, SIM_SCENE_RAMP, 12000, 2, 3},
-    };
-    for (const auto &c : cases) {
-        sim_config_t cfg = sim_ideal(c.chip, c.kind, c.distance_mm, c.format, c.freq);
-        cfg.intg2_us = c.intg2_us;
-        const sim_shot_t shot(cfg);
-        EpcCamera ideal(c.chip);
-        ideal.set_words(TQCAM_PARAM_MOD_FREQ, {c.freq});
-        ASSERT_TRUE(ideal.open());
-        ideal.priv()->hdr_en = c.intg2_us != 0;
-        const std::vector<uint16_t> image =
-            ideal.decode(DRV_KIND_DIST, shot.raw,
-                         EpcCamera::info(static_cast<uint16_t>(c.format), shot.frame.width, shot.frame.height,
-                                         sim_raw_e_planes(c.format)));
-        ASSERT_EQ(image.size(), shot.truth_mm.size());
-        std::vector<double> error;
-        for (size_t i = 0; i < image.size(); i++)
-            error.push_back(std::fabs(image[i] - shot.truth_mm[i]));
-        EXPECT_LE(share_of(error, 0.5), c.median_mm) << c.chip << " format " << c.format;
-        EXPECT_LE(share_of(error, 0.95), c.most_mm) << c.chip << " format " << c.format;
-    }
-}
-
 TEST_F(EpcDecode, SportModePicksPlanesByFrequency)
 {
     const std::vector<uint16_t> raw = noise(4 * 64, 1, 4094);

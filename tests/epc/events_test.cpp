@@ -101,3 +101,35 @@ TEST_F(EpcEvents, RegionGivesImageSize)
         EXPECT_TRUE(log.has(s.line)) << s.line << "\n" << log.text();
     }
 }
+
+TEST_F(EpcEvents, HdrAndSportGoThroughTheDevice)
+{
+    EXPECT_TRUE(cam.enable(TQCAM_FILTER_HDR, 100, 800));
+    EXPECT_EQ(cam.take_sent(), "13=6400,16=2003 ");
+    EXPECT_TRUE(p->hdr_en);
+    EXPECT_EQ(p->hdr_intg, 100);
+    EXPECT_TRUE(cam.disable(TQCAM_FILTER_HDR));
+    EXPECT_EQ(cam.take_sent(), "16=0000 ");
+    EXPECT_EQ(p->hdr_en + p->hdr_intg, 0);
+
+    const char *const sent[] = {"10=01000000 ", "10=04000000 ", "10=02000000 "};
+    for (uint8_t mode = 0; mode < 3; mode++) {
+        EXPECT_TRUE(cam.enable(TQCAM_FILTER_SPORT, mode));
+        EXPECT_EQ(cam.take_sent(), sent[mode]);
+        EXPECT_TRUE(p->sport_en) << int{mode}; // mode 2 too: its own event had cleared it
+        EXPECT_EQ(p->sport_mode, mode);
+    }
+    EXPECT_TRUE(cam.disable(TQCAM_FILTER_SPORT));
+    EXPECT_EQ(cam.take_sent(), "10=02000000 ");
+    EXPECT_FALSE(p->sport_en);
+    EXPECT_FALSE(cam.enable(TQCAM_FILTER_SPORT, 3));
+
+    cam.fail_set = {10, 13, 16};
+    EXPECT_FALSE(cam.enable(TQCAM_FILTER_SPORT, 1));
+    EXPECT_FALSE(cam.disable(TQCAM_FILTER_SPORT));
+    EXPECT_FALSE(cam.enable(TQCAM_FILTER_HDR, 1, 2));
+    EXPECT_FALSE(cam.disable(TQCAM_FILTER_HDR));
+    EXPECT_FALSE(p->sport_en || p->hdr_en);
+    EXPECT_TRUE(log.has("[epc_filter_enable]enable SPORT MODE 1 failed"));
+    EXPECT_TRUE(log.has("[epc_filter_disable]disable HDR failed"));
+}

@@ -1,5 +1,6 @@
 #include <cmath>
 
+#include "drivers/imx/imx_format.h"
 #include "imx_camera.h"
 #include "support/calib_blocks.h"
 #include "support/open_camera.h"
@@ -212,4 +213,24 @@ TEST_F(ImxDecode, SyncCheckSendsTheDelay)
     EXPECT_EQ(cam.take_sent(), "17=003412 ");
     EXPECT_FALSE(p->frame_ok);
     EXPECT_NE(first(f), 0xFFFF); // within a second it goes on
+}
+
+TEST(ImxFormat, IntegrationTimeInMetadata)
+{
+    const struct {
+        int map;
+        size_t first; // byte of four, three apart
+        uint32_t us;  // of 0x00012345 ticks
+    } cases[] = {{1110, 367, 622}, {1366, 367, 622}, {1302, 287, 622},
+                 {1304, 287, 622}, {1320, 287, 622}, {1200, 287, 1}};
+    for (const auto &c : cases) {
+        std::vector<uint8_t> raw(600);
+        raw[16] = static_cast<uint8_t>(c.map >> 4);
+        raw[19] = static_cast<uint8_t>(c.map << 4 | 9);
+        for (size_t k = 0; k < 4; k++)
+            raw[c.first + 3 * k] = static_cast<uint8_t>(0x00012345 >> (24 - 8 * k));
+        EXPECT_EQ(imx_meta_intg_us(raw.data(), 589, 588), c.us) << c.map;
+        for (const uint32_t meta : {587u, 589u, UINT32_MAX - 3})
+            EXPECT_EQ(imx_meta_intg_us(raw.data(), 589, meta), 0u);
+    }
 }

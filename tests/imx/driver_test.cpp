@@ -90,36 +90,6 @@ TEST_F(ImxOpen, FiltersFollowTheFrequency)
     EXPECT_EQ(p->f_param_flyfilter_th, 2u);
 }
 
-TEST_F(ImxOpen, Filters)
-{
-    for (const uint32_t id : {3u, 10u, 11u, 12u, 15u, UINT32_MAX}) { // not to be had
-        EXPECT_FALSE(cam.enable(id)) << id;
-        EXPECT_EQ(cam.disable(id), id == 11 || id == 12) << id;
-    }
-    EXPECT_TRUE(cam.disable(TQCAM_FILTER_AUTO_INTG)); // off already
-    p->intg_us = 321;
-    EXPECT_TRUE(cam.enable(TQCAM_FILTER_AUTO_INTG, 20));
-    EXPECT_EQ(cam.take_sent(), "13=ffff1400 ");
-    EXPECT_EQ(p->intg_us, 321u);                         // 65535 is not a time
-    EXPECT_TRUE(cam.enable(TQCAM_FILTER_AUTO_INTG, 30)); // runs already
-    EXPECT_EQ(cam.take_sent(), "");
-    cam.disable(TQCAM_FILTER_AUTO_INTG);
-    EXPECT_EQ(cam.take_sent(), "13=feff ");
-
-    // Two integration times bring a format of their own, and one the one before.
-    const tqcam_param_item_t fmt = {TQCAM_PARAM_FORMAT, 4, {16}};
-    ASSERT_TRUE(tqcam_param_batch_set(&cam.dev, &fmt, 1));
-    cam.take_sent();
-    EXPECT_TRUE(cam.enable(TQCAM_FILTER_HDR, 100, 800));
-    EXPECT_EQ(cam.take_sent(), "13=6400,16=2003 10=0f000000 ");
-    EXPECT_TRUE(cam.disable(TQCAM_FILTER_HDR));
-    EXPECT_EQ(cam.take_sent(), "16=0000 10=10000000 ");
-    EXPECT_FALSE(p->hdr_en);
-    cam.fail_set = {TQCAM_PARAM_FORMAT};
-    EXPECT_TRUE(cam.enable(TQCAM_FILTER_HDR, 100, 800));
-    EXPECT_TRUE(log.has("[imx_on_update_intg_time]set to fmt 15 failed"));
-}
-
 TEST_F(Imx, UseCases)
 {
     const struct {
