@@ -47,10 +47,4 @@ TEST(CalibTool, NamesWhatTheLibraryRefuses)
             said = said || text.find(c.says) != std::string::npos;
         EXPECT_TRUE(said) << (seen.problems.empty() ? "nothing" : seen.problems.front());
     }
-    // Cuts, wherever they are.
-    const bytes_t whole = sim_calib_file_bytes(good);
-    for (size_t cut = 0; cut < whole.size(); cut += 31) {
-        sim_calib_save("calib.bin", bytes_t(whole.begin(), whole.begin() + static_cast<long>(cut)));
-        EXPECT_FALSE(CalibFile("calib.bin").problems.empty()) << cut;
-    }
 }

@@ -121,17 +121,15 @@ TEST(LensMap, HostileLenses)
             ASSERT_EQ(m.map[i], TQ_CALIB_LEN_NO_SOURCE);
         EXPECT_EQ(m.roi_w, 0);
     }
-    // Huge values, a single pixel, a line: any table will do if its indices lie within.
+    // Huge values, a line: any table will do if its indices lie within.
     for (double v : {huge, -huge, 1e-300, 1e19}) {
         for (int field = 0; field < 12; field++) {
-            for (const auto &[w, h] : {std::pair{64u, 48u}, {1u, 1u}, {1u, 9u}, {9u, 1u}}) {
-                auto l = lens_of(w, h, {-0.3, 0.1, 0.001, -0.001, -0.02, 0.01, 0.004, 0.002});
-                memcpy((char *)&l + field * 8, &v, 8);
-                const Map m(l);
-                ASSERT_TRUE(m.inited);
-                for (int i = 0; i < m.n; i++)
-                    ASSERT_TRUE(m.map[i] < (uint32_t)m.n || m.map[i] == TQ_CALIB_LEN_NO_SOURCE);
-            }
+            auto l = lens_of(9, field % 2 ? 1 : 48, {-0.3, 0.1, 0.001, -0.001, -0.02, 0.01, 0.004, 0.002});
+            memcpy((char *)&l + field * 8, &v, 8);
+            const Map m(l);
+            ASSERT_TRUE(m.inited);
+            for (int i = 0; i < m.n; i++)
+                ASSERT_TRUE(m.map[i] < (uint32_t)m.n || m.map[i] == TQ_CALIB_LEN_NO_SOURCE);
         }
     }
     // Sizes whose product passes 32 bits to 0, or takes all memory.

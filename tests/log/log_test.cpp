@@ -65,25 +65,6 @@ TEST_F(Log, RotationKeepsOneOldFile)
     EXPECT_EQ(read_text("a.log"), "live+far past the limit");
 }
 
-TEST_F(Log, DumpsMemory)
-{
-    tq_log_hex(&log, 4, "0123456789abcde\x7fZ", 17, 0);
-    EXPECT_EQ(read_text("a.log"),
-              "0000: 30 31 32 33 34 35 36 37 38 39 61 62 63 64 65 7F    0123456789abcde.\n"
-              "0010: 5A                                                 Z               \n");
-    tq_log_reload(&log, 1);
-    const char bytes[] = "plain\x01tail";
-    char at[32];
-    const int n = std::snprintf(at, sizeof at, "%p \"", static_cast<const void *>(bytes));
-    tq_log_memstr(&log, 4, bytes, 10, 100, 0);
-    EXPECT_EQ(read_text("a.log"), std::string(at) + "plain...\"(len=10)");
-    for (const int room : {n + 4, 4}) { // the last is for a NUL
-        tq_log_reload(&log, 1);
-        tq_log_memstr(&log, 4, bytes, 5, static_cast<uint32_t>(room), 0);
-        EXPECT_EQ(read_text("a.log"), (std::string(at) + "pla").substr(0, static_cast<size_t>(room) - 1));
-    }
-}
-
 TEST_F(Log, ThreadsShareOneFile)
 {
     std::vector<std::jthread> threads;

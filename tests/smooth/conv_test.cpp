@@ -38,22 +38,6 @@ TEST(Conv, FloatsAreCutClampedAndWrapped)
     }
 }
 
-TEST(Conv, IntegersAreScaled)
-{
-    const uint16_t in[] = {0, 1, 255, 4096, 32767, 32768, 65535};
-    uint8_t low[7];
-    for (int shift : {-1, 0, 4, 8, 15, 16, 40}) {
-        tq_conv_u16_u8(low, in, 7, shift);
-        for (int i = 0; i < 7; i++)
-            ASSERT_EQ(low[i], (uint8_t)(shift > 15 ? 0 : in[i] >> (shift < 0 ? 0 : shift))) << shift;
-    }
-    const uint32_t wide[] = {851955, 0xFFFFFFFFu};
-    float f[2];
-    tq_conv_u32_f32(f, wide, 2, 0.5f);
-    EXPECT_EQ(f[0], 425977.5f);
-    EXPECT_EQ(f[1], 2147483648.0f);
-}
-
 // Frame decoding widens from the upper half of the caller's own array.
 TEST(Conv, WidensInPlace)
 {
