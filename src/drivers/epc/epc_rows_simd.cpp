@@ -117,6 +117,7 @@ void DistRow(const epc_row_t &row, const epc_dist_t &d)
 // in parts.
 HWY_INLINE void LookUp(uint16_t *dist, const uint16_t *table, size_t n)
 {
+#pragma GCC unroll 8
     for (size_t x = 0; x < n; x++)
         dist[x] = table[dist[x]];
 }
