@@ -210,11 +210,14 @@ constexpr uint16_t NARROW = 8192;
 HWY_INLINE bool IsNarrow(const part_t &at, ptrdiff_t w)
 {
     const D16 d;
+    const auto narrow = [d](V16 bits) HWY_ATTR { return hn::AllTrue(d, hn::Lt(bits, hn::Set(d, NARROW))); };
     V16 bits = hn::Or(hn::LoadU(d, at.above - 1), hn::LoadU(d, at.above + 1));
+    if (!narrow(bits)) // mostly seen by the first row
+        return false;
     const uint16_t *p = at.src;
     for (int y = 0; y <= at.rows - at.last; y++, p += w)
         bits = hn::Or(bits, hn::Or(hn::LoadU(d, p - 1), hn::LoadU(d, p + 1)));
-    return hn::AllTrue(d, hn::Eq(hn::And(bits, hn::Set(d, (uint16_t)-NARROW)), hn::Zero(d)));
+    return narrow(bits);
 }
 
 // The same where all samples are below NARROW, as in most scenes.
@@ -287,7 +290,10 @@ void FlypixK3(uint16_t *dst, const uint16_t *src, int w, int h, int thr)
             const ptrdiff_t from = (ptrdiff_t)y * w + std::min(x, w - 1 - n); // the last one overlaps
             const part_t at = {src + from, src + from - (y ? w : 0), dst + from, std::min(rows, h - y),
                                y + rows >= h};
-            (IsNarrow(at, w) ? NarrowStrip : Strip)(at, w, thr);
+            if (IsNarrow(at, w))
+                NarrowStrip(at, w, thr);
+            else
+                Strip(at, w, thr);
         }
     }
     EdgeColumn(dst, src, w, h, 1, thr);
