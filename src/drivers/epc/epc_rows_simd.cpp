@@ -67,8 +67,9 @@ template <int shift> HWY_INLINE Phases RunPixels(const epc_row_t &row, size_t x,
     const VS least = hn::Min(hn::Min(p0, p1), hn::Min(p2, p3)); // words above 32767 are negative here
     const VS most = hn::Max(hn::Max(p0, p1), hn::Max(p2, p3));
     const auto valid = hn::And(hn::Gt(least, hn::Set(ds, 1)), hn::Lt(most, hn::Set(ds, 4094)));
-    const VS i = hn::IfThenElseZero(valid, hn::Sub(p2, p0)), q = hn::IfThenElseZero(valid, hn::Sub(p3, p1));
-    const auto amps = SquaredAmps(ds, i, q);
+    // The phase doesn't wait for what is valid: that of the others is passed over.
+    const VS i = hn::Sub(p2, p0), q = hn::Sub(p3, p1);
+    const auto amps = SquaredAmps(ds, hn::IfThenElseZero(valid, i), hn::IfThenElseZero(valid, q));
     hn::StoreU(amps.lower, DU(), row.amp + x);
     hn::StoreU(amps.upper, DU(), row.amp + x + hn::Lanes(DU()));
     return {hn::Add(hn::BitCast(dh, PhaseAngles(ds, i, q)), base), hn::RebindMask(dh, valid)};
