@@ -97,6 +97,8 @@ TEST_F(EpcCalibrated, ModesFollowTheirRules)
             const std::vector<uint16_t> got =
                 cam.decode(DRV_KIND_DIST, raw, EpcCamera::info(m.fmt, W, H, m.planes));
             ASSERT_EQ(got.size(), size_t{N});
+            // The terms of the frame before are in a table.
+            EXPECT_EQ(cam.decode(DRV_KIND_DIST, raw, EpcCamera::info(m.fmt, W, H, m.planes)), got);
             for (uint32_t i = 0; i < N; i++) {
                 uint32_t at = i, i_at = i, q_at = i;
                 if (m.pairs) { // the last rows are copies
