@@ -99,7 +99,13 @@ uint32_t Sum32(const uint8_t *bytes, size_t len)
         sum0 = hn::Add(sum0, hn::BitCast(d32, hn::LoadU(d8, bytes)));
         sum1 = hn::Add(sum1, hn::BitCast(d32, hn::LoadU(d8, bytes + lanes)));
     }
-    return hn::GetLane(hn::SumOfLanes(d32, hn::Add(sum0, sum1))) + stream_sum32_plain(bytes, len);
+    // Not SumOfLanes: the compiler's own header adds the lanes of 512 bits as signed integers, which
+    // overflow.
+    uint32_t rest = stream_sum32_plain(bytes, len), words[hn::MaxLanes(d32)];
+    hn::StoreU(hn::Add(sum0, sum1), d32, words);
+    for (size_t i = 0; i < hn::Lanes(d32); i++)
+        rest += words[i];
+    return rest;
 }
 
 #endif
