@@ -90,10 +90,13 @@ TEST(DriverKernels, EveryDirectionOfThePhase)
 TEST(DriverKernels, Amplitudes)
 {
     static constexpr min_amp_t LIMITS = {900, 4000000, 800, 4000001};
+    static constexpr min_amp_t NONE = {4000001, 4000000, 3999999, 4000001}; // a least one above the middle
     using kernel_t = void (*)(uint16_t *, uint8_t *, uint32_t *, uint32_t);
     static constexpr kernel_t KERNELS[][2] = {
         {[](auto d, auto s, auto a, auto n) { min_amp_hyst_plain(d, s, a, n, LIMITS); },
          [](auto d, auto s, auto a, auto n) { min_amp_hyst(d, s, a, n, LIMITS); }},
+        {[](auto d, auto s, auto a, auto n) { min_amp_hyst_plain(d, s, a, n, NONE); },
+         [](auto d, auto s, auto a, auto n) { min_amp_hyst(d, s, a, n, NONE); }},
         {[](auto d, auto, auto a, auto n) { min_amp_plain(d, a, n, LIMITS); },
          [](auto d, auto, auto a, auto n) { min_amp(d, a, n, LIMITS); }},
         {[](auto d, auto, auto a, auto n) { zero_amp_plain(d, a, n); },
