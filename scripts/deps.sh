@@ -2,7 +2,7 @@
 # deps build | check    the packages of building and testing; those of the slower gates besides
 
 deps_build="g++ cmake ninja-build pkg-config libusb-1.0-0-dev libeigen3-dev uthash-dev libzip-dev libhwy-dev \
-libcli11-dev libpng-dev nlohmann-json3-dev libgtest-dev libumockdev-dev"
+libcli11-dev libpng-dev nlohmann-json3-dev libgtest-dev libumockdev-dev umockdev"
 deps_check="clang clang-format libclang-rt-14-dev llvm libbenchmark-dev binutils"
 
 deps() {

@@ -11,9 +11,10 @@ target_link_libraries(usb_guest_checks PRIVATE tqcam GTest::gtest_main tqcam_fla
 # The real libusb on an emulated usbfs. Its library stands in for the C library's calls and so must be the first
 # that the program meets. The thread sanitizer doesn't see how the calls pass between its threads.
 pkg_check_modules(UMOCKDEV IMPORTED_TARGET umockdev-1.0)
-if(UMOCKDEV_FOUND AND NOT TQCAM_SANITIZE MATCHES "thread")
+find_library(UMOCKDEV_PRELOAD NAMES libumockdev-preload.so.0) # in another package than the headers
+if(UMOCKDEV_FOUND AND UMOCKDEV_PRELOAD AND NOT TQCAM_SANITIZE MATCHES "thread")
   add_executable(test_usbfs ${dir}/usbfs/usbfs_checks.cpp)
-  target_link_options(test_usbfs PRIVATE -Wl,--no-as-needed,-l:libumockdev-preload.so.0)
+  target_link_options(test_usbfs PRIVATE -Wl,--no-as-needed ${UMOCKDEV_PRELOAD} -Wl,--as-needed)
   target_link_libraries(test_usbfs PRIVATE test_support PkgConfig::UMOCKDEV)
   gtest_discover_tests(test_usbfs TEST_PREFIX "usb." DISCOVERY_MODE PRE_TEST PROPERTIES LABELS usb TIMEOUT 60)
 endif()
