@@ -1,5 +1,6 @@
 // Distance corrected by a slope and an offset of each pixel. What follows the line depends on the whole
 // millimetre alone and is looked up where the table reaches.
+#include <algorithm>
 #include <cmath>
 
 #include "drivers/epc/epc_samples.h"
@@ -33,31 +34,45 @@ struct drnu_small_t {
 
 static constexpr uint16_t NO_PHASE = 0xFFFF;
 
-// Two passes over a row: the chain from samples to distance is too long to overlap with the next pixels'.
+static constexpr size_t BLOCK = 32;
+
+// The lines of n pixels. Where n is known the compiler takes several at once.
+template <class Mm>
+[[gnu::always_inline]] inline void _lines(float *mm, const uint16_t *phase, const float *slope,
+                                          const float *offset, float off, const Mm &mm_of, size_t n)
+{
+    for (size_t x = 0; x < n; x++)
+        mm[x] = mm_of(phase[x]) * slope[x] + offset[x] + off;
+}
+
+// Passes over a row: the chain from samples to distance is too long to overlap with the next pixels'.
 template <class Mm> static void _drnu_row(const epc_row_t &row, const epc_dist_t &d, const Mm mm_of)
 {
     epc_dist_t phases = d;
     phases.invalid = NO_PHASE;
     epc_row_by_form(row, phases, [](int32_t phase, size_t) { return static_cast<uint16_t>(phase); });
 
-    uint16_t *const dist = row.dist;
-    const float *const slope = row.slope, *const offset = row.offset;
-    const size_t n = row.n;
     const float off = static_cast<float>(d.off);
     const epc_after_table_t t = d.after_table;
     const float below = static_cast<float>(t.lo - 1);
     const float above = t.n ? static_cast<float>(t.lo + int64_t{t.n}) : below;
-    for (size_t x = 0; x < n; x++) {
-        const uint16_t phase = dist[x];
-        if (phase == NO_PHASE) {
-            dist[x] = d.invalid;
-            continue;
-        }
-        const float mm = mm_of(phase) * slope[x] + offset[x] + off;
-        if (mm > below && mm < above) // whole millimetres in the table
-            dist[x] = t.table[static_cast<int32_t>(mm) - t.lo];
+    for (size_t at = 0; at < row.n; at += BLOCK) {
+        uint16_t *const dist = row.dist + at;
+        const float *const slope = row.slope + at, *const offset = row.offset + at;
+        const size_t n = std::min(BLOCK, row.n - at);
+        float mm[BLOCK];
+        if (n == BLOCK)
+            _lines(mm, dist, slope, offset, off, mm_of, BLOCK);
         else
-            dist[x] = _beyond_table(to_i32(mm), d.after);
+            _lines(mm, dist, slope, offset, off, mm_of, n);
+        for (size_t x = 0; x < n; x++) {
+            if (dist[x] == NO_PHASE)
+                dist[x] = d.invalid;
+            else if (mm[x] > below && mm[x] < above) // whole millimetres in the table
+                dist[x] = t.table[static_cast<int32_t>(mm[x]) - t.lo];
+            else
+                dist[x] = _beyond_table(to_i32(mm[x]), d.after);
+        }
     }
 }
 
