@@ -20,7 +20,8 @@ namespace {
 constexpr int W = 320, H = 240, N = W * H;
 constexpr uint32_t FREQ = 12000000;
 
-// A frame of a room with noise, and a camera opened on its recording, made at first use.
+// A frame of a room with noise, and a camera opened on its recording, made at first use. The small one, of
+// 160 x 60, has no calibration.
 struct camera_t {
     std::vector<uint16_t> raw;
     tqcam_frame_info_t info;
@@ -28,31 +29,46 @@ struct camera_t {
 
     static camera_t &get()
     {
-        static camera_t camera;
+        static camera_t camera("E1");
+        return camera;
+    }
+    static camera_t &small()
+    {
+        get(); // first, for it starts and ends the library
+        static camera_t camera("E5");
         return camera;
     }
     ~camera_t()
     {
         tqcam_dev_close(dev);
-        tqcam_uninit();
         std::filesystem::remove_all(dir);
+        if (this == &get())
+            tqcam_uninit();
+    }
+    void decode(std::vector<uint16_t> &image)
+    {
+        if (tqcam_frame_get_dist_u16(dev, image.data(), (uint32_t)image.size(), raw.data(),
+                                     (uint32_t)raw.size() * 2, &info) != (int)image.size())
+            std::abort();
     }
 
   private:
-    const std::filesystem::path dir = std::filesystem::temp_directory_path() / "tqcam_epc_bench";
+    const std::filesystem::path dir;
 
-    camera_t()
+    explicit camera_t(const std::string &name)
+        : dir(std::filesystem::temp_directory_path() / ("tqcam_bench_" + name))
     {
         namespace fs = std::filesystem;
         const fs::path old = fs::current_path();
         fs::create_directories(dir);
         fs::current_path(dir); // the calibration that the recording carries is unpacked here
-        sim_config_t cfg = sim_config_default(sim_camera_find("E1"));
+        sim_config_t cfg = sim_config_default(sim_camera_find(name.c_str()));
         sim_source_ptr_t source = sim_source_live(cfg);
         sim_recorder_t rec;
         std::string error;
         sim_frame_t frame;
-        if (!sim_recorder_open(&rec, "room.oni", nullptr, cfg, "calib.bin", calibration(), &error) ||
+        if (!sim_recorder_open(&rec, "room.oni", nullptr, cfg, "calib.bin",
+                               name == "E1" ? calibration() : std::vector<uint8_t>(), &error) ||
             !source->next(source->self, &frame) || !sim_recorder_add(&rec, frame) ||
             !sim_recorder_close(&rec))
             std::abort();
@@ -211,10 +227,10 @@ void add_decodes()
                 set(TQCAM_FILTER_DENOISE, s.all_filters, &denoise);
                 set(TQCAM_FILTER_FLY_PIXEL, s.all_filters, &fly);
             }
-            if (tqcam_frame_get_dist_u16(cam.dev, image.data(), N, cam.raw.data(),
-                                         (uint32_t)cam.raw.size() * 2, &cam.info) != N)
-                std::abort();
+            cam.decode(image);
         });
+    bench_forms("epc/decode_default_160x60", 160 * 60,
+                [image = std::vector<uint16_t>(160 * 60)]() mutable { camera_t::small().decode(image); });
 }
 
 const bool added = [] {

@@ -47,6 +47,7 @@ GOALS = [
     ("point cloud xyzd", "pcl_xyzd" + LARGE, {"AVX3": 1.4}, 0, None, 0),
     ("colour", "colour_u16_rgb" + LARGE, {"AVX3": 0.95}, 10, "/cv convertTo + applyColorMap", 2.5),
     ("decode 320 x 240, 135 us", "epc/decode_default", {"AVX3": 135 * US_SMALL}, 7.5, None, 0),
+    ("decode 160 x 60, 17 us", "epc/decode_default_160x60", {"AVX3": 17e3 / 9600}, 7.5, None, 0),
     ("decode 320 x 240, calibrated, 280 us", "epc/decode_drnu", {"AVX3": 280 * US_SMALL}, 8.5, None, 0),
     ("decode 320 x 240, calibrated, all filters, 880 us", "epc/decode_drnu_all_filters", {"AVX3": 880 * US_SMALL}, 4,
      None, 0),
