@@ -42,7 +42,7 @@ template <class Mm>
                                           const float *offset, float off, const Mm &mm_of, size_t n)
 {
     for (size_t x = 0; x < n; x++)
-        mm[x] = mm_of(phase[x]) * slope[x] + offset[x] + off;
+        mm[x] = mm_of(phase[x] & (PHASE_TURN - 1)) * slope[x] + offset[x] + off; // NO_PHASE is any
 }
 
 // Passes over a row: the chain from samples to distance is too long to overlap with the next pixels'.
