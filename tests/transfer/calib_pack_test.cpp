@@ -72,6 +72,34 @@ struct Entry {
     uint32_t unix_mode = S_IFREG | 0644;
 };
 
+TEST_F(CalibPack, SizesThatDisagree)
+{
+    static const struct {
+        const char *what;
+        calib_pack_hdr_t hdr;
+        size_t length;
+        bool taken;
+    } cases[] = {
+        {"as it should be", {1, 0, 0, 1, 118, 100}, 118, true},
+        {"padded", {1, 0, 0, 1, 150, 100}, 150, true},
+        {"file cut", {1, 0, 0, 1, 118, 100}, 117, false},
+        {"payload beyond the end", {1, 0, 0, 1, 118, 101}, 118, false},
+        {"payload that wraps", {1, 0, 0, 1, 118, 0xFFFFFFF0}, 118, false},
+        {"header cut", {1, 0, 0, 1, 17, 1}, 17, false},
+        {"no zip", {1, 1, 0, 1, 118, 100}, 118, false},
+    };
+    for (const auto &c : cases) {
+        SCOPED_TRACE(c.what);
+        std::string pack(std::max<size_t>(c.length, 18), 'x');
+        calib_pack_hdr_write(reinterpret_cast<uint8_t *>(pack.data()), c.hdr);
+        write_file("pack", pack.substr(0, c.length));
+        fs::remove(own);
+        _calib_pk_parse(&dev, "pack");
+        EXPECT_EQ(fs::exists(own), c.taken);
+        EXPECT_EQ(fs::exists("pack"), !c.taken) << "a refused pack stays for people to look at";
+    }
+}
+
 TEST(ZipArchive, RefusesWhatMeansHarm)
 {
     static const std::string big(40 << 20, '\0');
