@@ -10,19 +10,21 @@ trap 'rm -rf "$work"' EXIT
 cd "$work"
 
 filters="pixel-calib denoise=240,20 fly-pixel=8 min-amp=20 lens"
+masks="plain SSE4 AVX2 AVX3 all" # one that the processor doesn't have is plain
+[ "$(uname -m)" = x86_64 ] || masks="plain all"
 bad=0 cases=0
 while read -r options; do
     # shellcheck disable=SC2086
     "$sim" --output a.oni --no-truth --frames 4 --defects all --with-calibration $options >sim.log 2>&1 || { cat sim.log; exit 1; }
     for filter in "" "--filter $filters"; do
         hashes=""
-        for mask in plain SSE4 AVX2 AVX3 all; do
+        for mask in $masks; do
             # shellcheck disable=SC2086
             json=$("$tqcam" --cpu-mask $mask play a.oni --fast --json $filter)
             hashes+=$(sed -n 's/.*"hash": \([0-9]*\).*/\1/p; s/.*"undecodable": 0.*/ decoded/p' <<<"$json" | tr -d '\n')$'\n'
         done
         cases=$((cases + 1))
-        if [ "$(sort -u <<<"$hashes" | grep -c decoded)" != 1 ] || [ "$(grep -c decoded <<<"$hashes")" != 5 ]; then
+        if [ "$(sort -u <<<"$hashes" | grep -c decoded)" != 1 ] || [ "$(grep -c decoded <<<"$hashes")" != "$(wc -w <<<"$masks")" ]; then
             echo "$options $filter: targets differ, or frames that don't decode:"
             echo "$hashes"
             bad=1

@@ -149,13 +149,12 @@ bool Capture::next()
     for (int grown = 0; grown < 8; grown++) {
         g_retrieving = this;
         tqcam_frame_t first = {};
-        int got = ended_with_;
-        if (got == 0)
-            got =
-                tqcam_cap_get_frames(device_.get(), 1, raw.data(), static_cast<uint32_t>(raw.size()), &first);
+        const int got = ended_with_ != 0 ? ended_with_
+                                         : tqcam_cap_get_frames(device_.get(), 1, raw.data(),
+                                                                static_cast<uint32_t>(raw.size()), &first);
         g_retrieving = nullptr;
-        if (got >= 1 ||
-            first.frame_info.frame_size != 0) { // a code that ends the capture may bring a last frame along
+        // A code that ends the capture may bring a last frame along.
+        if (got >= 1 || first.frame_info.frame_size != 0) {
             ended_with_ = std::min(got, 0);
             taken_++;
             info = first.frame_info;
